@@ -1,0 +1,124 @@
+#ifndef TESU_FRAMEWORK_MODEL_PARSER_H
+#define TESU_FRAMEWORK_MODEL_PARSER_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <new>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "graph/base_buffer.h"
+#include "graph/compute_graph.h"
+#include "graph/graph.h"
+#include "graph/types.h"
+
+namespace tesu {
+
+using Status = uint32_t;
+constexpr Status SUCCESS = 0;
+constexpr Status FAILED = 1;
+
+// Source frameworks a parser can be registered for. Only the values that plug-ins of this host
+// use are named.
+enum FrameworkType : int32_t {
+  FRAMEWORK_ORVANE = 6,
+  FRAMEWORK_MAX = 64,
+};
+
+// Tensor formats the host uses for graph outputs.
+enum TrelTensorFormat : int32_t {
+  TREL_FORMAT_NCHW = 0,
+  TREL_FORMAT_NHWC = 1,
+  TREL_FORMAT_ND = 2,
+  TREL_FORMAT_NC1HWC0 = 3,
+  TREL_FORMAT_RESERVED = 4,
+};
+
+// Parse options. The host fills them; parsers only read them.
+struct ParserOptions {
+  std::map<std::string, std::vector<int32_t>> outputNodes;
+  std::unordered_map<std::string, std::pair<tov::DataType, bool>> inputDataTypes;
+  std::vector<TrelTensorFormat> outputFormats;
+  std::string checkReportPath;
+  bool saveCheckReport = false;
+  std::unordered_map<std::string, tov::Format> inputFormats;
+  std::unordered_map<std::string, std::vector<int64_t>> inputShapes;
+  // Host-only members follow; parsers do not read them.
+  std::string modelFile;
+};
+
+// A model parser for one source framework.
+class ModelParser {
+ public:
+  ModelParser() = default;
+  virtual ~ModelParser() = default;
+
+  virtual Status Parse(const char* modelFile, std::shared_ptr<tov::ComputeGraph> graph) {
+    (void)modelFile;
+    (void)graph;
+    return SUCCESS;
+  }
+  virtual Status ParseFromMemory(const char* data, uint32_t size,
+                                 std::shared_ptr<tov::ComputeGraph> graph) {
+    (void)data;
+    (void)size;
+    (void)graph;
+    return SUCCESS;
+  }
+  virtual Status ParseFromMemory(const char* data, uint32_t size, tov::Graph& graph) {
+    (void)data;
+    (void)size;
+    (void)graph;
+    return SUCCESS;
+  }
+  virtual Status ParseFromMemory(ParserOptions& options, std::vector<tov::BaseBuffer>& modelBuffer,
+                                 tov::Graph& graph) = 0;
+  virtual Status ToJson(const char* modelFile, const char* jsonFile) = 0;
+};
+
+using ModelParserCreator = std::function<std::shared_ptr<ModelParser>()>;
+
+// The process-wide registry of parser creators, filled by plug-ins as they load.
+class ModelParserFactory {
+ public:
+  static ModelParserFactory* Instance();
+
+  // Registers the creator for a framework. A second creator for the same framework is refused
+  // (returns false) and the first stays.
+  bool RegisterCreator(FrameworkType type, ModelParserCreator creator);
+  // A new parser, or null when no creator is registered or the creator failed.
+  std::shared_ptr<ModelParser> CreateModelParser(FrameworkType type) const;
+  bool IsRegistered(FrameworkType type) const;
+  // Registered framework types, ascending.
+  std::vector<FrameworkType> RegisteredTypes() const;
+  // Order of registration, for start-up diagnostics.
+  size_t RegistrationCount() const { return registrations_; }
+  // Drops every creator; for tests.
+  void Clear();
+
+ private:
+  ModelParserFactory() = default;
+  std::map<FrameworkType, ModelParserCreator> creators_;
+  size_t registrations_ = 0;
+};
+
+// Creates a T with the non-throwing allocation. The result's object is null when that
+// allocation failed; a failure to allocate the reference count still throws.
+template <typename T, typename... Args>
+std::shared_ptr<T> make_shared_nothrow(Args&&... args) {
+  T* object = new (std::nothrow) T(std::forward<Args>(args)...);
+  try {
+    return std::shared_ptr<T>(object);
+  } catch (...) {
+    delete object;
+    throw;
+  }
+}
+
+}  // namespace tesu
+
+#endif

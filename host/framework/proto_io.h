@@ -1,0 +1,44 @@
+#ifndef TESU_FRAMEWORK_PROTO_IO_H
+#define TESU_FRAMEWORK_PROTO_IO_H
+
+#include <set>
+#include <string>
+
+#include <google/protobuf/message.h>
+#include <nlohmann/json.hpp>
+
+#include "framework/model_parser.h"
+
+namespace tesu {
+
+// Status of a file that could not be written: the directory is missing or not writable, the
+// path is a directory, or the disk is full. Distinct from a parser's own failure (1).
+constexpr Status FILE_WRITE_FAILED = 2;
+
+// True when the file was read and parsed into the message.
+bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message);
+
+// Writes `bytes` to `path` through a temporary file in the same directory and a rename, so the
+// path ends holding all of the bytes or is left as it was. Returns 0 on success and
+// FILE_WRITE_FAILED otherwise.
+Status WriteFileAtomically(const std::string& path, const std::string& bytes);
+
+class Pb2Json {
+ public:
+  // Fills `json` from the message. Fields whose name is in `excluded` are left out at every
+  // depth; enums are written as names when `enumAsString` is true and as numbers otherwise.
+  static void Message2Json(const google::protobuf::Message& message,
+                           const std::set<std::string>& excluded, nlohmann::json& json,
+                           bool enumAsString);
+};
+
+class ModelSaver {
+ public:
+  // Writes the value, indented, to the file. Non-zero when the file cannot be written; a file
+  // is never left half-written.
+  static Status SaveJsonToFile(const char* path, const nlohmann::json& json);
+};
+
+}  // namespace tesu
+
+#endif

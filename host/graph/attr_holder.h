@@ -1,0 +1,43 @@
+#ifndef TOV_GRAPH_ATTR_HOLDER_H
+#define TOV_GRAPH_ATTR_HOLDER_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "graph/attr_value.h"
+
+namespace tov {
+
+// Named attributes, kept sorted by name so that every listing is deterministic.
+class AttrHolder {
+ public:
+  using AttrList = std::vector<std::pair<std::string, AttrValue>>;
+
+  virtual ~AttrHolder() = default;
+
+  // GRAPH_SUCCESS and a copy of the value when the attribute exists; otherwise GRAPH_NOT_FOUND
+  // and the value untouched.
+  graphStatus GetAttr(const std::string& name, AttrValue& value) const;
+  // Creates or replaces.
+  graphStatus SetAttr(const std::string& name, const AttrValue& value);
+  graphStatus SetAttr(const std::string& name, AttrValue&& value);
+  // GRAPH_SUCCESS when the attribute existed and is now gone, GRAPH_NOT_FOUND otherwise.
+  graphStatus DelAttr(const std::string& name);
+  bool HasAttr(const std::string& name) const { return FindAttr(name) != nullptr; }
+
+  // The value without a copy; null when absent.
+  const AttrValue* FindAttr(const std::string& name) const;
+  AttrValue* MutableAttr(const std::string& name);
+  const AttrList& GetAllAttrs() const { return attrs_; }
+  // Replaces every attribute; the list need not be sorted and later duplicates win.
+  void SetAllAttrs(AttrList attrs);
+
+ private:
+  AttrList::const_iterator LowerBound(const std::string& name) const;
+  AttrList attrs_;
+};
+
+}  // namespace tov
+
+#endif

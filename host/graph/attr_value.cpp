@@ -1,0 +1,47 @@
+#include "graph/attr_value.h"
+
+#include <limits>
+
+namespace tov {
+
+bool AttrValue::IsEmptyList() const {
+  return std::visit(
+      [](const auto& held) {
+        using T = std::decay_t<decltype(held)>;
+        if constexpr (std::is_same_v<T, std::vector<std::string>> ||
+                      std::is_same_v<T, std::vector<int64_t>> ||
+                      std::is_same_v<T, std::vector<float>> ||
+                      std::is_same_v<T, std::vector<bool>>) {
+          return held.empty();
+        } else {
+          return false;
+        }
+      },
+      value_);
+}
+
+bool AttrValue::GetValue(std::vector<int32_t>& out) const {
+  std::vector<int64_t> wide;
+  if (!ReadList(wide)) return false;
+  for (int64_t value : wide) {
+    if (value < std::numeric_limits<int32_t>::min() ||
+        value > std::numeric_limits<int32_t>::max()) {
+      return false;
+    }
+  }
+  out.assign(wide.begin(), wide.end());
+  return true;
+}
+
+bool AttrValue::operator==(const AttrValue& other) const {
+  if (value_.index() != other.value_.index()) return false;
+  if (const auto* tensor = std::get_if<TensorPtr>(&value_)) {
+    const TensorPtr& theirs = std::get<TensorPtr>(other.value_);
+    if (!*tensor || !theirs) return *tensor == theirs;
+    return (*tensor)->GetTensorDesc() == theirs->GetTensorDesc() &&
+           (*tensor)->GetData().Bytes() == theirs->GetData().Bytes();
+  }
+  return value_ == other.value_;
+}
+
+}  // namespace tov

@@ -1,0 +1,199 @@
+#include "graph/compute_graph.h"
+
+#include <algorithm>
+
+#include "graph/graph.h"
+#include "graph/op_desc_utils.h"
+
+namespace tov {
+
+LegacyGraph::~LegacyGraph() {
+  // Nodes can outlive the graph through shared handles; leave them without dangling peers.
+  for (const NodePtr& node : nodes_) {
+    for (auto& anchor : node->inAnchors_) anchor->peer_ = nullptr;
+    for (auto& anchor : node->outAnchors_) anchor->peers_.clear();
+    node->inControl_.clear();
+    node->outControl_.clear();
+    node->graph_ = nullptr;
+    node->removed_ = true;
+  }
+}
+
+NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, std::list<NodePtr>::iterator where) {
+  auto node = std::make_shared<Node>(std::move(opDesc), static_cast<ComputeGraph*>(this));
+  node->position_ = nodes_.insert(where, node);
+  node->sequence_ = nextSequence_++;
+  auto entry = byName_.emplace(node->GetName(), node.get());
+  node->indexedName_ = &entry->first;
+  ++nodeCount_;
+  return node;
+}
+
+NodePtr LegacyGraph::AddNode(OpDescPtr opDesc) {
+  if (opDesc == nullptr) return nullptr;
+  auto where = nodes_.end();
+  auto namesakes = byName_.equal_range(opDesc->GetName());
+  if (namesakes.first != namesakes.second) where = std::next(namesakes.first->second->position_);
+  return InsertAt(std::move(opDesc), where);
+}
+
+NodePtr LegacyGraph::InsertNodeBefore(OpDescPtr opDesc, Node& next) {
+  if (opDesc == nullptr || next.graph_ != this || next.removed_) return nullptr;
+  return InsertAt(std::move(opDesc), next.position_);
+}
+
+void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
+  for (auto& anchor : node.inAnchors_) {
+    if (OutDataAnchor* peer = anchor->peer_) {
+      producers.push_back(peer->GetOwnerNodeRaw());
+      GraphUtils::RemoveEdge(*peer, *anchor);
+    }
+  }
+  for (auto& anchor : node.outAnchors_) {
+    for (InDataAnchor* consumer : std::vector<InDataAnchor*>(anchor->peers_)) {
+      GraphUtils::RemoveEdge(*anchor, *consumer);
+    }
+  }
+  for (Node* from : std::vector<Node*>(node.inControl_)) {
+    producers.push_back(from);
+    GraphUtils::RemoveControlEdge(*from, node);
+  }
+  for (Node* to : std::vector<Node*>(node.outControl_)) GraphUtils::RemoveControlEdge(node, *to);
+}
+
+void LegacyGraph::Erase(Node& node) {
+  auto namesakes = byName_.equal_range(*node.indexedName_);
+  for (auto it = namesakes.first; it != namesakes.second; ++it) {
+    if (it->second == &node) {
+      byName_.erase(it);
+      break;
+    }
+  }
+  node.indexedName_ = nullptr;
+  node.removed_ = true;
+  node.graph_ = nullptr;
+  --nodeCount_;
+  if (walkDepth_ > 0) {
+    pendingErase_.push_back(node.position_);
+  } else {
+    nodes_.erase(node.position_);  // may destroy the node
+  }
+}
+
+graphStatus LegacyGraph::RemoveNode(Node& node) {
+  if (node.graph_ != this || node.removed_) return GRAPH_NOT_FOUND;
+  std::vector<Node*> producers;
+  DetachEdges(node, producers);
+  Erase(node);
+  RemoveOrphanedConsts(producers);
+  return GRAPH_SUCCESS;
+}
+
+void LegacyGraph::RemoveOrphanedConsts(std::vector<Node*>& candidates) {
+  // A worklist rather than recursion: a chain of orphaned producers must not grow the stack.
+  while (!candidates.empty()) {
+    Node* candidate = candidates.back();
+    candidates.pop_back();
+    if (candidate->graph_ != this || candidate->removed_) continue;
+    if (candidate->GetType() != "Const" || candidate->RoleNodeSpec().OutEdgeSize() != 0) continue;
+    DetachEdges(*candidate, candidates);
+    Erase(*candidate);
+  }
+}
+
+void LegacyGraph::EndWalk() {
+  if (--walkDepth_ > 0) return;
+  for (auto position : pendingErase_) nodes_.erase(position);
+  pendingErase_.clear();
+}
+
+std::vector<NodePtr> LegacyGraph::GetDirectNode() const {
+  std::vector<NodePtr> nodes;
+  nodes.reserve(nodeCount_);
+  for (const NodePtr& node : nodes_) {
+    if (!node->removed_) nodes.push_back(node);
+  }
+  return nodes;
+}
+
+NodePtr LegacyGraph::FindNode(const std::string& name) const {
+  auto namesakes = byName_.equal_range(name);
+  Node* first = nullptr;
+  for (auto it = namesakes.first; it != namesakes.second; ++it) {
+    if (first == nullptr || it->second->sequence_ < first->sequence_) first = it->second;
+  }
+  return first == nullptr ? nullptr : first->shared_from_this();
+}
+
+void LegacyGraph::ForEachNode(const std::function<void(Node&)>& callback) const {
+  for (const NodePtr& node : nodes_) {
+    if (!node->removed_) callback(*node);
+  }
+}
+
+namespace {
+// Keeps removed nodes in the list until the outermost walk ends, so the walk's position stays
+// valid whatever the callbacks remove.
+class WalkScope {
+ public:
+  explicit WalkScope(std::function<void()> end) : end_(std::move(end)) {}
+  ~WalkScope() { end_(); }
+  WalkScope(const WalkScope&) = delete;
+  WalkScope& operator=(const WalkScope&) = delete;
+
+ private:
+  std::function<void()> end_;
+};
+}  // namespace
+
+graphStatus GraphListWalker::WalkAllNodes(std::function<graphStatus(Node&)> callback) const {
+  return WalkAllNodesModifiable([](Node&) { return true; }, std::move(callback));
+}
+
+graphStatus GraphListWalker::WalkAllNodesModifiable(
+    const std::function<bool(Node&)>& filter, std::function<graphStatus(Node&)> action) const {
+  LegacyGraph& graph = graph_;
+  graph.BeginWalk();
+  WalkScope scope([&graph] { graph.EndWalk(); });
+  const uint64_t limit = graph.nextSequence_;
+  for (auto it = graph.nodes_.begin(); it != graph.nodes_.end(); ++it) {
+    Node& node = **it;
+    if (node.removed_ || node.sequence_ >= limit) continue;
+    if (!filter(node) || node.removed_) continue;
+    const graphStatus status = action(node);
+    if (status != GRAPH_SUCCESS) return status;
+  }
+  return GRAPH_SUCCESS;
+}
+
+graphStatus GraphBypasser::ByPassNode(const Node& constNode) const {
+  if (constNode.GetOwnerComputeGraph() != &graph_) return GRAPH_NOT_FOUND;
+  NodePtr node = const_cast<Node&>(constNode).shared_from_this();
+  OutDataAnchor* source = nullptr;
+  size_t connected = 0;
+  for (const auto& anchor : node->InAnchors()) {
+    if (OutDataAnchor* peer = anchor->GetPeerOutAnchorRaw()) {
+      source = peer;
+      ++connected;
+    }
+  }
+  if (connected != 1) return GRAPH_PARAM_INVALID;
+
+  for (const auto& anchor : node->OutAnchors()) {
+    for (InDataAnchor* consumer : std::vector<InDataAnchor*>(anchor->GetPeersRaw())) {
+      graphStatus status = GraphUtils::RemoveEdge(*anchor, *consumer);
+      if (status == GRAPH_SUCCESS) status = GraphUtils::AddEdge(*source, *consumer);
+      if (status != GRAPH_SUCCESS) return status;
+    }
+  }
+  const NodeWalker& walker = node->RoleNodeWalker();
+  for (Node* from : walker.InControlNodes()) {
+    for (Node* to : walker.OutControlNodes()) {
+      const graphStatus status = GraphUtils::AddControlEdge(*from, *to);
+      if (status != GRAPH_SUCCESS) return status;
+    }
+  }
+  return graph_.RemoveNode(*node);
+}
+
+}  // namespace tov

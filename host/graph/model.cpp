@@ -1,0 +1,71 @@
+#include "graph/model.h"
+
+#include <climits>
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include "graph/model_serializer.h"
+#include "log/log.h"
+
+namespace tov {
+
+graphStatus Model::Load(const uint8_t* data, size_t size) {
+  if (data == nullptr && size != 0) return GRAPH_PARAM_INVALID;
+  if (size > static_cast<size_t>(INT_MAX)) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "model rejected: %zu bytes is more than a model may hold",
+                 size);
+    return GRAPH_MODEL_INVALID;
+  }
+  tesu::proto::ModelDef modelDef;
+  if (!modelDef.ParseFromArray(data, static_cast<int>(size))) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH",
+                 "model rejected: the %zu bytes are not a serialised model (ModelDef)", size);
+    return GRAPH_MODEL_INVALID;
+  }
+  return Load(std::move(modelDef));
+}
+
+graphStatus Model::Load(tesu::proto::ModelDef&& modelDef) {
+  Model loaded(modelDef.name(), Graph());
+  if (ModelSerializer::LoadAttrs(*modelDef.mutable_attr(), "model", loaded) != GRAPH_SUCCESS) {
+    return GRAPH_MODEL_INVALID;
+  }
+  if (modelDef.graph_size() > 0) {
+    std::shared_ptr<ComputeGraph> graph;
+    const graphStatus status = ModelSerializer::LoadGraph(*modelDef.mutable_graph(0), graph);
+    if (status != GRAPH_SUCCESS) return status;
+    loaded.graph_ = GraphUtils::CreateGraphFromComputeGraph(std::move(graph));
+  }
+  *this = std::move(loaded);
+  return GRAPH_SUCCESS;
+}
+
+graphStatus Model::Save(tesu::proto::ModelDef& modelDef) const {
+  modelDef.Clear();
+  modelDef.set_name(name_);
+  ModelSerializer::SaveAttrs(*this, *modelDef.mutable_attr());
+  std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(graph_);
+  if (graph == nullptr) return GRAPH_SUCCESS;
+  return ModelSerializer::SaveGraph(*graph, *modelDef.add_graph());
+}
+
+graphStatus Model::Save(std::string& bytes) const {
+  tesu::proto::ModelDef modelDef;
+  const graphStatus status = Save(modelDef);
+  if (status != GRAPH_SUCCESS) return status;
+  if (modelDef.ByteSizeLong() > static_cast<size_t>(INT_MAX)) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "cannot save model \"%s\": it needs more than 2 GiB",
+                 name_.c_str());
+    return GRAPH_FAILED;
+  }
+  bytes.clear();
+  google::protobuf::io::StringOutputStream stream(&bytes);
+  google::protobuf::io::CodedOutputStream coded(&stream);
+  // Sorted map keys make the same graph always serialise to the same bytes.
+  coded.SetSerializationDeterministic(true);
+  modelDef.SerializeToCodedStream(&coded);
+  return coded.HadError() ? GRAPH_FAILED : GRAPH_SUCCESS;
+}
+
+}  // namespace tov

@@ -1,0 +1,49 @@
+#ifndef TOV_GRAPH_MODEL_H
+#define TOV_GRAPH_MODEL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "graph/attr_holder.h"
+#include "graph/graph.h"
+
+namespace tesu {
+namespace proto {
+class ModelDef;
+}
+}  // namespace tesu
+
+namespace tov {
+
+// What a serialised model loads into: a name, attributes and one graph.
+class Model : public AttrHolder {
+ public:
+  Model() = default;
+  Model(const std::string& name, const Graph& graph) : name_(name), graph_(graph) {}
+
+  // Parses a serialised ModelDef and builds its compute graph. A model without a graph loads
+  // as a model whose graph is empty (no compute graph). Any malformed content is refused with
+  // GRAPH_MODEL_INVALID and one log line naming the node and the problem.
+  graphStatus Load(const uint8_t* data, size_t size);
+  // Builds the compute graph from a parsed message; the message's tensor bytes are moved out.
+  graphStatus Load(tesu::proto::ModelDef&& modelDef);
+
+  // Serialises the model. Fails when the graph holds two nodes of one name, since inputs refer
+  // to producers by name.
+  graphStatus Save(std::string& bytes) const;
+  graphStatus Save(tesu::proto::ModelDef& modelDef) const;
+
+  const std::string& GetName() const { return name_; }
+  void SetName(const std::string& name) { name_ = name; }
+  Graph GetGraph() const { return graph_; }
+  void SetGraph(const Graph& graph) { graph_ = graph; }
+
+ private:
+  std::string name_;
+  Graph graph_;
+};
+
+}  // namespace tov
+
+#endif

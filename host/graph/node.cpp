@@ -1,0 +1,135 @@
+#include "graph/node.h"
+
+#include "graph/compute_graph.h"
+#include "graph/graph.h"
+
+namespace tov {
+
+LegacyNode::LegacyNode(OpDescPtr opDesc, ComputeGraph* graph)
+    : opDesc_(std::move(opDesc)), graph_(graph) {
+  const size_t inputs = opDesc_->GetInputsSize();
+  const size_t outputs = opDesc_->GetOutputsSize();
+  inAnchors_.reserve(inputs);
+  outAnchors_.reserve(outputs);
+  for (size_t i = 0; i < inputs; ++i) AppendInputAnchor();
+  for (size_t i = 0; i < outputs; ++i) AppendOutputAnchor();
+}
+
+LegacyNode::~LegacyNode() {
+  // Anchors may outlive the node through shared handles; they must not point back at it.
+  for (auto& anchor : inAnchors_) anchor->owner_ = nullptr;
+  for (auto& anchor : outAnchors_) anchor->owner_ = nullptr;
+}
+
+InDataAnchorPtr LegacyNode::AppendInputAnchor() {
+  auto* self = static_cast<Node*>(this);
+  inAnchors_.push_back(std::make_shared<InDataAnchor>(self, static_cast<int>(inAnchors_.size())));
+  return inAnchors_.back();
+}
+
+OutDataAnchorPtr LegacyNode::AppendOutputAnchor() {
+  auto* self = static_cast<Node*>(this);
+  outAnchors_.push_back(
+      std::make_shared<OutDataAnchor>(self, static_cast<int>(outAnchors_.size())));
+  return outAnchors_.back();
+}
+
+InDataAnchorPtr LegacyNode::AppendInput(const TensorDesc& desc) {
+  opDesc_->AddInputDesc(desc);
+  return AppendInputAnchor();
+}
+
+InDataAnchorPtr LegacyNode::GetInDataAnchor(int index) const {
+  if (index < 0 || static_cast<size_t>(index) >= inAnchors_.size()) return nullptr;
+  return inAnchors_[static_cast<size_t>(index)];
+}
+
+OutDataAnchorPtr LegacyNode::GetOutDataAnchor(int index) const {
+  if (index < 0 || static_cast<size_t>(index) >= outAnchors_.size()) return nullptr;
+  return outAnchors_[static_cast<size_t>(index)];
+}
+
+RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllInDataAnchors() const {
+  auto self = const_cast<Node*>(static_cast<const Node*>(this))->shared_from_this();
+  return RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>>(self, inAnchors_);
+}
+
+RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllOutDataAnchors() const {
+  auto self = const_cast<Node*>(static_cast<const Node*>(this))->shared_from_this();
+  return RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>>(self, outAnchors_);
+}
+
+const std::string& NodeSpec::Name() const {
+  return node_.GetName();
+}
+const std::string& NodeSpec::Type() const {
+  return node_.GetType();
+}
+tov::OpDesc& NodeSpec::OpDesc() const {
+  return *node_.opDesc_;
+}
+
+size_t NodeSpec::InDataEdgeSize() const {
+  size_t count = 0;
+  for (const auto& anchor : node_.inAnchors_)
+    count += anchor->GetPeerOutAnchorRaw() != nullptr ? 1 : 0;
+  return count;
+}
+
+size_t NodeSpec::OutDataEdgeSize() const {
+  size_t count = 0;
+  for (const auto& anchor : node_.outAnchors_) count += anchor->GetPeersRaw().size();
+  return count;
+}
+
+size_t NodeSpec::OutEdgeSize() const {
+  return OutDataEdgeSize() + node_.outControl_.size();
+}
+size_t NodeSpec::InControlEdgeSize() const {
+  return node_.inControl_.size();
+}
+size_t NodeSpec::OutControlEdgeSize() const {
+  return node_.outControl_.size();
+}
+
+Node* NodeWalker::OutDataNode(size_t outIndex, size_t edgeIndex) const {
+  if (outIndex >= node_.outAnchors_.size()) return nullptr;
+  const auto& peers = node_.outAnchors_[outIndex]->GetPeersRaw();
+  return edgeIndex < peers.size() ? peers[edgeIndex]->GetOwnerNodeRaw() : nullptr;
+}
+
+Node* NodeWalker::InDataNode(size_t inIndex) const {
+  if (inIndex >= node_.inAnchors_.size()) return nullptr;
+  OutDataAnchor* peer = node_.inAnchors_[inIndex]->GetPeerOutAnchorRaw();
+  return peer == nullptr ? nullptr : peer->GetOwnerNodeRaw();
+}
+
+const std::vector<Node*>& NodeWalker::InControlNodes() const {
+  return node_.inControl_;
+}
+const std::vector<Node*>& NodeWalker::OutControlNodes() const {
+  return node_.outControl_;
+}
+
+graphStatus NodeCompatibler::RemoveSpecificInput(size_t index) {
+  auto& anchors = node_.inAnchors_;
+  if (index >= anchors.size()) return GRAPH_PARAM_INVALID;
+  InDataAnchor& anchor = *anchors[index];
+  Node* producer = nullptr;
+  if (OutDataAnchor* peer = anchor.GetPeerOutAnchorRaw()) {
+    producer = peer->GetOwnerNodeRaw();
+    GraphUtils::RemoveEdge(*peer, anchor);
+  }
+  anchor.owner_ = nullptr;
+  anchors.erase(anchors.begin() + static_cast<std::ptrdiff_t>(index));
+  for (size_t i = index; i < anchors.size(); ++i) anchors[i]->index_ = static_cast<int>(i);
+  node_.opDesc_->RemoveInputDesc(static_cast<uint32_t>(index));
+
+  if (producer != nullptr && node_.graph_ != nullptr) {
+    std::vector<Node*> candidates{producer};
+    node_.graph_->RemoveOrphanedConsts(candidates);
+  }
+  return GRAPH_SUCCESS;
+}
+
+}  // namespace tov

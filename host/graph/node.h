@@ -1,0 +1,142 @@
+#ifndef TOV_GRAPH_NODE_H
+#define TOV_GRAPH_NODE_H
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "graph/anchor.h"
+#include "graph/op_desc.h"
+
+// Role interfaces of nodes and graphs are reached as `node.ROLE(NodeSpec)`.
+#define ROLE(role) Role##role()
+
+namespace tov {
+
+class ComputeGraph;
+class LegacyGraph;
+class Node;
+using NodePtr = std::shared_ptr<Node>;
+
+// Identity and edge counts of a node.
+class NodeSpec {
+ public:
+  explicit NodeSpec(Node& node) : node_(node) {}
+  const std::string& Name() const;
+  const std::string& Type() const;
+  tov::OpDesc& OpDesc() const;
+  size_t InDataEdgeSize() const;
+  size_t OutDataEdgeSize() const;
+  // Data and control edges leaving the node.
+  size_t OutEdgeSize() const;
+  size_t InControlEdgeSize() const;
+  size_t OutControlEdgeSize() const;
+
+ private:
+  Node& node_;
+};
+
+// Neighbours of a node.
+class NodeWalker {
+ public:
+  explicit NodeWalker(Node& node) : node_(node) {}
+  // The consumer reached through edge `edgeIndex` of output `outIndex`; null when none.
+  Node* OutDataNode(size_t outIndex, size_t edgeIndex) const;
+  // The producer of input `inIndex`; null when the input is unconnected or absent.
+  Node* InDataNode(size_t inIndex) const;
+  const std::vector<Node*>& InControlNodes() const;
+  const std::vector<Node*>& OutControlNodes() const;
+
+ private:
+  Node& node_;
+};
+
+// Edits that older callers make on a node's inputs.
+class NodeCompatibler {
+ public:
+  explicit NodeCompatibler(Node& node) : node_(node) {}
+  // Removes input `index`: its edge, its anchor, its description and its constness flag. Later
+  // inputs move down by one. A Const producer left without consumers leaves the graph too.
+  graphStatus RemoveSpecificInput(size_t index);
+
+ private:
+  Node& node_;
+};
+
+// A node's description and anchors.
+class LegacyNode {
+ public:
+  virtual ~LegacyNode();
+  LegacyNode(const LegacyNode&) = delete;
+  LegacyNode& operator=(const LegacyNode&) = delete;
+
+  const std::string& GetName() const { return opDesc_->GetName(); }
+  const std::string& GetType() const { return opDesc_->GetType(); }
+  OpDescPtr GetOpDesc() const { return opDesc_; }
+
+  InDataAnchorPtr GetInDataAnchor(int index) const;
+  OutDataAnchorPtr GetOutDataAnchor(int index) const;
+  RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>> GetAllInDataAnchors() const;
+  RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> GetAllOutDataAnchors() const;
+  size_t GetAllInDataAnchorsSize() const { return inAnchors_.size(); }
+  size_t GetAllOutDataAnchorsSize() const { return outAnchors_.size(); }
+  const std::vector<InDataAnchorPtr>& InAnchors() const { return inAnchors_; }
+  const std::vector<OutDataAnchorPtr>& OutAnchors() const { return outAnchors_; }
+
+  // The graph that holds the node; null once the node has left it.
+  ComputeGraph* GetOwnerComputeGraph() const { return graph_; }
+
+ protected:
+  LegacyNode(OpDescPtr opDesc, ComputeGraph* graph);
+
+ private:
+  friend class LegacyGraph;
+  friend class GraphListWalker;
+  friend class GraphUtils;
+  friend class NodeSpec;
+  friend class NodeWalker;
+  friend class NodeCompatibler;
+  friend class OpDescUtils;
+
+  // Appends an input with its description and anchor; returns the new anchor.
+  InDataAnchorPtr AppendInput(const TensorDesc& desc);
+  InDataAnchorPtr AppendInputAnchor();
+  OutDataAnchorPtr AppendOutputAnchor();
+
+  OpDescPtr opDesc_;
+  std::vector<InDataAnchorPtr> inAnchors_;
+  std::vector<OutDataAnchorPtr> outAnchors_;
+  std::vector<Node*> inControl_;
+  std::vector<Node*> outControl_;
+
+  // Bookkeeping of the holding graph.
+  ComputeGraph* graph_ = nullptr;
+  std::list<std::shared_ptr<Node>>::iterator position_;
+  const std::string* indexedName_ = nullptr;  // the key under which the graph indexes the node
+  uint64_t sequence_ = 0;  // order of addition; walks skip nodes added after they began
+  bool removed_ = false;
+};
+
+// A node of a compute graph. Created only by the graph (LegacyGraph::AddNode).
+class Node : public LegacyNode, public std::enable_shared_from_this<Node> {
+ public:
+  Node(OpDescPtr opDesc, ComputeGraph* graph)
+      : LegacyNode(std::move(opDesc), graph), spec_(*this), walker_(*this), compatibler_(*this) {}
+
+  NodeSpec& RoleNodeSpec() { return spec_; }
+  const NodeSpec& RoleNodeSpec() const { return spec_; }
+  NodeWalker& RoleNodeWalker() { return walker_; }
+  const NodeWalker& RoleNodeWalker() const { return walker_; }
+  NodeCompatibler& RoleNodeCompatibler() { return compatibler_; }
+
+ private:
+  NodeSpec spec_;
+  NodeWalker walker_;
+  NodeCompatibler compatibler_;
+};
+
+}  // namespace tov
+
+#endif

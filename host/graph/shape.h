@@ -1,0 +1,36 @@
+#ifndef TOV_GRAPH_SHAPE_H
+#define TOV_GRAPH_SHAPE_H
+
+#include <cstdint>
+#include <vector>
+
+#include "graph/types.h"
+
+namespace tov {
+
+// A list of dimensions; a shape of no dimensions is a scalar. A dimension of -1 is unknown.
+class Shape {
+ public:
+  Shape() = default;
+  explicit Shape(std::vector<int64_t> dims) : dims_(std::move(dims)) {}
+
+  size_t GetDimNum() const { return dims_.size(); }
+  // The index must be below GetDimNum(); out of range reads 0.
+  int64_t GetDim(size_t index) const { return index < dims_.size() ? dims_[index] : 0; }
+  graphStatus SetDim(size_t index, int64_t value);
+  const std::vector<int64_t>& GetDims() const { return dims_; }
+
+  // Element count of a fully known shape. False when a dimension is negative or the product
+  // does not fit in 64 bits.
+  bool GetShapeSize(int64_t& count) const;
+
+  bool operator==(const Shape& other) const { return dims_ == other.dims_; }
+  bool operator!=(const Shape& other) const { return !(*this == other); }
+
+ private:
+  std::vector<int64_t> dims_;
+};
+
+}  // namespace tov
+
+#endif

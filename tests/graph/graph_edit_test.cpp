@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+
+#include "graph/graph.h"
+#include "graph/op_desc_utils.h"
+#include "model_builder.h"
+
+namespace {
+
+using testkit::ConsumersOf;
+using testkit::ModelBuilder;
+using testkit::NodeNames;
+using testkit::ProducersOf;
+
+// x -> mid -> {a, b, c}; w (Const) feeds mid's second input.
+std::shared_ptr<tov::ComputeGraph> Fan() {
+  ModelBuilder model;
+  model.Data("x");
+  model.ConstFloat("w", {1.0f, 2.0f});
+  model.Op("mid", "Add").Input("x").Input("w").InputDesc({1}).InputDesc({2}).Output();
+  for (const char* name : {"a", "b", "c"}) model.Unary(name, "Relu", "mid");
+  return model.LoadGraph();
+}
+
+TEST(GraphEditTest, RemoveNodeDropsItsEdgesAndTheConstsOnlyItFed) {
+  auto graph = Fan();
+  auto mid = graph->FindNode("mid");
+  ASSERT_EQ(graph->RemoveNode(*mid), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(NodeNames(*graph), (std::vector<std::string>{"x", "a", "b", "c"}));
+  EXPECT_EQ(graph->FindNode("x")->ROLE(NodeSpec).OutDataEdgeSize(), 0u);
+  EXPECT_EQ(ProducersOf(*graph->FindNode("a")), std::vector<std::string>{""});
+  EXPECT_EQ(graph->RemoveNode(*mid), tov::GRAPH_NOT_FOUND);
+}
+
+TEST(GraphEditTest, AddNodeAcceptsANameInUseAndPlacesTheNewNodeAfterIt) {
+  auto graph = Fan();
+  auto twin = graph->AddNode(std::make_shared<tov::OpDesc>("mid", "Sub"));
+  ASSERT_NE(twin, nullptr);
+  EXPECT_EQ(NodeNames(*graph), (std::vector<std::string>{"x", "w", "mid", "mid", "a", "b", "c"}));
+  EXPECT_EQ(graph->FindNode("mid")->GetType(), "Add");
+  graph->RemoveNode(*graph->FindNode("mid"));
+  EXPECT_EQ(graph->FindNode("mid"), twin);
+  EXPECT_EQ(graph->AddNode(nullptr), nullptr);
+}
+
+TEST(GraphEditTest, ConsumerSnapshotStaysValidWhileEdgesAreRemoved) {
+  auto graph = Fan();
+  auto mid = graph->FindNode("mid");
+  auto out = mid->GetOutDataAnchor(0);
+  auto consumers = out->GetPeerInDataAnchors();
+  ASSERT_EQ(consumers.size(), 3u);
+  for (const auto& consumer : consumers) {
+    EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, consumer), tov::GRAPH_SUCCESS);
+  }
+  EXPECT_EQ(mid->ROLE(NodeSpec).OutDataEdgeSize(), 0u);
+  EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, consumers.at(0)), tov::GRAPH_NOT_FOUND);
+}
+
+TEST(GraphEditTest, AddEdgeRefusesASecondProducerAndNullAnchors) {
+  auto graph = Fan();
+  auto a = graph->FindNode("a");
+  auto x = graph->FindNode("x");
+  EXPECT_NE(tov::GraphUtils::AddEdge(x->GetOutDataAnchor(0), a->GetInDataAnchor(0)),
+            tov::GRAPH_SUCCESS);
+  EXPECT_NE(tov::GraphUtils::AddEdge(nullptr, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(a->GetInDataAnchor(5), nullptr);
+}
+
+TEST(GraphEditTest, ByPassNodeFeedsConsumersFromTheProducer) {
+  ModelBuilder model;
+  model.Data("x");
+  model.Unary("r", "Reshape", "x");
+  model.Unary("a", "Relu", "r");
+  model.Unary("b", "Relu", "r");
+  model.Op("ctl", "NoOp").Control("r");
+  model.Op("pre", "NoOp");
+  model.Def().mutable_graph(0)->mutable_op(1)->add_input("pre:-1");
+  auto graph = model.LoadGraph();
+  auto& bypasser = graph->ROLE(GraphBypasser);
+  ASSERT_EQ(bypasser.ByPassNode(*graph->FindNode("r")), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(graph->FindNode("r"), nullptr);
+  EXPECT_EQ(ConsumersOf(*graph->FindNode("x")), (std::vector<std::string>{"a", "b"}));
+  auto pre = graph->FindNode("pre");
+  ASSERT_EQ(pre->ROLE(NodeWalker).OutControlNodes().size(), 1u);
+  EXPECT_EQ(pre->ROLE(NodeWalker).OutControlNodes()[0]->GetName(), "ctl");
+  // A node without exactly one connected input cannot be bypassed.
+  EXPECT_NE(bypasser.ByPassNode(*graph->FindNode("x")), tov::GRAPH_SUCCESS);
+}
+
+TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst) {
+  ModelBuilder model;
+  model.Data("x");
+  model.Data("y");
+  model.ConstInt32("shape", {1, 3});
+  model.Op("r", "Reshape")
+      .Input("x")
+      .Input("shape")
+      .Input("y")
+      .InputDesc({1})
+      .InputDesc({2}, 3)
+      .InputDesc({3})
+      .InputConst({false, true, false})
+      .Output();
+  auto graph = model.LoadGraph();
+  auto r = graph->FindNode("r");
+  ASSERT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(1), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(ProducersOf(*r), (std::vector<std::string>{"x", "y"}));
+  EXPECT_EQ(r->GetInDataAnchor(1)->GetIdx(), 1);
+  EXPECT_EQ(r->GetOpDesc()->GetInputsSize(), 2u);
+  EXPECT_EQ(r->GetOpDesc()->GetInputDesc(1).GetShape(), tov::Shape({3}));
+  EXPECT_EQ(r->GetOpDesc()->GetIsInputConst(), (std::vector<bool>{false, false}));
+  EXPECT_EQ(graph->FindNode("shape"), nullptr);
+  EXPECT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(2), tov::GRAPH_PARAM_INVALID);
+}
+
+TEST(GraphEditTest, NodeHandlesOutliveTheirGraphSafely) {
+  tov::NodePtr kept;
+  {
+    auto graph = Fan();
+    kept = graph->FindNode("mid");
+  }
+  EXPECT_EQ(kept->GetOwnerComputeGraph(), nullptr);
+  EXPECT_EQ(kept->ROLE(NodeSpec).InDataEdgeSize(), 0u);
+  EXPECT_EQ(kept->ROLE(NodeWalker).OutDataNode(0, 0), nullptr);
+}
+
+TEST(GraphEditTest, EdgeCountsIncludeControlEdgesOnlyInOutEdgeSize) {
+  ModelBuilder model;
+  model.Data("x");
+  model.Unary("a", "Relu", "x");
+  model.Op("c", "NoOp").Control("x");
+  auto graph = model.LoadGraph();
+  const auto& spec = graph->FindNode("x")->ROLE(NodeSpec);
+  EXPECT_EQ(spec.OutDataEdgeSize(), 1u);
+  EXPECT_EQ(spec.OutEdgeSize(), 2u);
+  EXPECT_EQ(graph->FindNode("x")->ROLE(NodeWalker).OutDataNode(0, 1), nullptr);
+  EXPECT_EQ(graph->FindNode("x")->ROLE(NodeWalker).OutDataNode(0, 0)->GetName(), "a");
+}
+
+}  // namespace
