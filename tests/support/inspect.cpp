@@ -1,0 +1,56 @@
+#include <cstring>
+
+#include "model_builder.h"
+
+namespace testkit {
+
+size_t CountByType(const tov::ComputeGraph& graph, const std::string& type) {
+  size_t count = 0;
+  graph.ForEachNode([&](tov::Node& node) { count += node.GetType() == type ? 1 : 0; });
+  return count;
+}
+
+std::map<std::string, size_t> CountTypes(const tov::ComputeGraph& graph) {
+  std::map<std::string, size_t> counts;
+  graph.ForEachNode([&](tov::Node& node) { ++counts[node.GetType()]; });
+  return counts;
+}
+
+tov::NodePtr NodeNamed(const tov::ComputeGraph& graph, const std::string& name) {
+  return graph.FindNode(name);
+}
+
+std::vector<std::string> NodeNames(const tov::ComputeGraph& graph) {
+  std::vector<std::string> names;
+  graph.ForEachNode([&](tov::Node& node) { names.push_back(node.GetName()); });
+  return names;
+}
+
+std::vector<std::string> ProducersOf(const tov::Node& node) {
+  std::vector<std::string> names;
+  for (const auto& anchor : node.InAnchors()) {
+    const tov::OutDataAnchor* peer = anchor->GetPeerOutAnchorRaw();
+    names.push_back(peer == nullptr ? "" : peer->GetOwnerNodeRaw()->GetName());
+  }
+  return names;
+}
+
+std::vector<std::string> ConsumersOf(const tov::Node& node, int index) {
+  std::vector<std::string> names;
+  tov::OutDataAnchorPtr anchor = node.GetOutDataAnchor(index);
+  if (anchor == nullptr) return names;
+  for (const tov::InDataAnchor* peer : anchor->GetPeersRaw()) {
+    names.push_back(peer->GetOwnerNodeRaw()->GetName());
+  }
+  return names;
+}
+
+std::vector<int32_t> Int32Data(const tov::Tensor& tensor) {
+  const tov::Buffer& buffer = tensor.GetData();
+  std::vector<int32_t> values(buffer.GetSize() / sizeof(int32_t));
+  if (!values.empty())
+    std::memcpy(values.data(), buffer.GetData(), values.size() * sizeof(int32_t));
+  return values;
+}
+
+}  // namespace testkit
