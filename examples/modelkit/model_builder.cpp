@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-
 namespace modelkit {
 
 using tesu::proto::AttrDef;

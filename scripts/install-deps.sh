@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages the build needs. Skips apt entirely when they are present.
+set -euo pipefail
+packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
+          libgtest-dev libgmock-dev libbenchmark-dev graphviz)
+missing=()
+for package in "${packages[@]}"; do
+  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update
+"${as_root[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
