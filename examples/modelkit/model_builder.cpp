@@ -60,16 +60,19 @@ OpBuilder& OpBuilder::Attr(const std::string& name, const std::string& value) {
 }
 OpBuilder& OpBuilder::Attr(const std::string& name, std::vector<int64_t> values) {
   auto* list = (*op_->mutable_attr())[name].mutable_list();
+  list->Clear();
   for (int64_t value : values) list->add_i(value);
   return *this;
 }
 OpBuilder& OpBuilder::Attr(const std::string& name, std::vector<float> values) {
   auto* list = (*op_->mutable_attr())[name].mutable_list();
+  list->Clear();
   for (float value : values) list->add_f(value);
   return *this;
 }
 OpBuilder& OpBuilder::Attr(const std::string& name, std::vector<std::string> values) {
   auto* list = (*op_->mutable_attr())[name].mutable_list();
+  list->Clear();
   for (const auto& value : values) list->add_s(value);
   return *this;
 }

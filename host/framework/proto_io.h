@@ -13,7 +13,7 @@ namespace tesu {
 
 // Status of a file that could not be written: the directory is missing or not writable, the
 // path is a directory, or the disk is full. Distinct from a parser's own failure (1).
-constexpr Status FILE_WRITE_FAILED = 2;
+constexpr Status FILE_WRITE_FAILED = 20;
 
 // True when the file was read and parsed into the message.
 bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message);

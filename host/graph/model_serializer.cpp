@@ -235,7 +235,7 @@ size_t CountDataInputs(const OpDef& op) {
 
 graphStatus BuildOpDesc(OpDef& op, OpDescPtr& desc, LoadError& error) {
   const std::string subject = NodeSubject(op);
-  desc = std::make_shared<OpDesc>(op.name(), op.type());
+  desc = std::make_shared<OpDesc>();
   for (int i = 0; i < op.input_desc_size(); ++i) {
     TensorDesc tensorDesc;
     if (LoadDesc(op.input_desc(i), "input description " + std::to_string(i), tensorDesc, error)) {
@@ -263,11 +263,13 @@ graphStatus BuildOpDesc(OpDef& op, OpDescPtr& desc, LoadError& error) {
     // A hand-written Const may leave out its output; it is the tensor it holds.
     if (desc->GetOutputsSize() == 0) desc->AddOutputDesc(value->GetTensorDesc());
   }
+  // The message is consumed: its strings move instead of being copied.
+  desc->SetName(std::move(*op.mutable_name()));
+  desc->SetType(std::move(*op.mutable_type()));
   return GRAPH_SUCCESS;
 }
 
-graphStatus ConnectInputs(const OpDef& op, Node& node,
-                          const std::unordered_map<std::string_view, Node*>& byName,
+graphStatus ConnectInputs(const OpDef& op, Node& node, const ComputeGraph& graph,
                           LoadError& error) {
   int dataIndex = 0;
   for (const std::string& input : op.input()) {
@@ -280,9 +282,9 @@ graphStatus ConnectInputs(const OpDef& op, Node& node,
     if (!ParseInput(input, producerName, index)) {
       return error.Fail("input " + Quote(input) + " is not of the form \"producer:index\"");
     }
-    auto found = byName.find(producerName);
-    if (found == byName.end()) return error.Fail("input " + Quote(input) + " names no node");
-    Node& producer = *found->second;
+    NodePtr found = graph.FindNode(std::string(producerName));
+    if (found == nullptr) return error.Fail("input " + Quote(input) + " names no node");
+    Node& producer = *found;
     if (index == -1) {
       GraphUtils::AddControlEdge(producer, node);
       continue;
@@ -298,20 +300,21 @@ graphStatus ConnectInputs(const OpDef& op, Node& node,
   return GRAPH_SUCCESS;
 }
 
-// Kahn's algorithm over data and control edges; iterative, so deep chains are fine.
-const Node* FindCycle(const std::vector<Node*>& nodes) {
-  std::unordered_map<const Node*, size_t> pending;
-  pending.reserve(nodes.size());
+}  // namespace
+
+// Kahn's algorithm over data and control edges; iterative, so deep chains are fine. The nodes
+// of a freshly built graph are numbered 0..N-1 in order of addition, which indexes the counts.
+const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
+  std::vector<size_t> pending(nodes.size());
   std::vector<const Node*> ready;
   for (const Node* node : nodes) {
-    const size_t inputs =
-        node->RoleNodeSpec().InDataEdgeSize() + node->RoleNodeWalker().InControlNodes().size();
-    pending[node] = inputs;
+    const size_t inputs = node->RoleNodeSpec().InDataEdgeSize() + node->inControl_.size();
+    pending[node->sequence_] = inputs;
     if (inputs == 0) ready.push_back(node);
   }
   size_t done = 0;
   auto release = [&](const Node* successor) {
-    if (--pending[successor] == 0) ready.push_back(successor);
+    if (--pending[successor->sequence_] == 0) ready.push_back(successor);
   };
   while (!ready.empty()) {
     const Node* node = ready.back();
@@ -320,15 +323,16 @@ const Node* FindCycle(const std::vector<Node*>& nodes) {
     for (const auto& anchor : node->OutAnchors()) {
       for (const InDataAnchor* peer : anchor->GetPeersRaw()) release(peer->GetOwnerNodeRaw());
     }
-    for (const Node* successor : node->RoleNodeWalker().OutControlNodes()) release(successor);
+    for (const Node* successor : node->outControl_) release(successor);
   }
   if (done == nodes.size()) return nullptr;
   for (const Node* node : nodes) {
-    if (pending[node] != 0) return node;
+    if (pending[node->sequence_] != 0) return node;
   }
   return nullptr;
 }
 
+namespace {
 }  // namespace
 
 graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDef>& attrs,
@@ -350,41 +354,42 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
     return GRAPH_MODEL_INVALID;
   }
   LoadError error;
-  std::unordered_map<std::string_view, Node*> byName;
-  byName.reserve(static_cast<size_t>(graphDef.op_size()));
   std::vector<Node*> nodes;
   nodes.reserve(static_cast<size_t>(graphDef.op_size()));
-  const OpDef* failedOp = nullptr;
+  std::string failedSubject;
 
   for (OpDef& op : *graphDef.mutable_op()) {
-    failedOp = &op;
+    OpDescPtr desc;
     if (op.name().empty()) {
       error.Fail("node " + std::to_string(nodes.size()) + " of the graph has no name");
-      break;
-    }
-    if (byName.count(op.name()) != 0) {
+    } else if (result->FindNode(op.name()) != nullptr) {
       error.Fail("another node has the same name");
+    } else {
+      BuildOpDesc(op, desc, error);
+    }
+    if (error.failed) {
+      failedSubject = NodeSubject(op);  // the name is still in the message on failure
       break;
     }
-    OpDescPtr desc;
-    if (BuildOpDesc(op, desc, error) != GRAPH_SUCCESS) break;
     NodePtr node = result->AddNode(desc);
-    if (op.type() == "Const") {
+    if (desc->GetType() == "Const") {
       TensorPtr value;
       AttrUtils::GetTensor(*desc, "value", value);
       value->holder_ = node;
     }
-    byName.emplace(node->GetName(), node.get());
     nodes.push_back(node.get());
   }
   if (!error.failed) {
     for (int i = 0; i < graphDef.op_size(); ++i) {
-      failedOp = &graphDef.op(i);
-      if (ConnectInputs(*failedOp, *nodes[static_cast<size_t>(i)], byName, error)) break;
+      Node& node = *nodes[static_cast<size_t>(i)];
+      if (ConnectInputs(graphDef.op(i), node, *result, error) != GRAPH_SUCCESS) {
+        failedSubject = "node " + Quote(node.GetName()) + " (" + node.GetType() + ")";
+        break;
+      }
     }
   }
   if (error.failed) {
-    AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s: %s", NodeSubject(*failedOp).c_str(),
+    AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s: %s", failedSubject.c_str(),
                  error.problem.c_str());
     return GRAPH_MODEL_INVALID;
   }

@@ -23,6 +23,10 @@ class ModelSerializer {
                                const std::string& owner, AttrHolder& holder);
   static void SaveAttrs(const AttrHolder& holder,
                         google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs);
+
+ private:
+  // A node of a freshly loaded graph that lies on a cycle, or null.
+  static const Node* FindCycle(const std::vector<Node*>& nodes);
 };
 
 }  // namespace tov

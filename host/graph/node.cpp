@@ -6,7 +6,9 @@
 namespace tov {
 
 LegacyNode::LegacyNode(OpDescPtr opDesc, ComputeGraph* graph)
-    : opDesc_(std::move(opDesc)), graph_(graph) {
+    : opDesc_(std::move(opDesc)), graph_(graph) {}
+
+void LegacyNode::CreateAnchors() {
   const size_t inputs = opDesc_->GetInputsSize();
   const size_t outputs = opDesc_->GetOutputsSize();
   inAnchors_.reserve(inputs);

@@ -90,6 +90,8 @@ class LegacyNode {
 
  protected:
   LegacyNode(OpDescPtr opDesc, ComputeGraph* graph);
+  // One anchor per description. Called once the whole node exists, since anchors point at it.
+  void CreateAnchors();
 
  private:
   friend class LegacyGraph;
@@ -99,6 +101,7 @@ class LegacyNode {
   friend class NodeWalker;
   friend class NodeCompatibler;
   friend class OpDescUtils;
+  friend class ModelSerializer;
 
   // Appends an input with its description and anchor; returns the new anchor.
   InDataAnchorPtr AppendInput(const TensorDesc& desc);
@@ -123,7 +126,9 @@ class LegacyNode {
 class Node : public LegacyNode, public std::enable_shared_from_this<Node> {
  public:
   Node(OpDescPtr opDesc, ComputeGraph* graph)
-      : LegacyNode(std::move(opDesc), graph), spec_(*this), walker_(*this), compatibler_(*this) {}
+      : LegacyNode(std::move(opDesc), graph), spec_(*this), walker_(*this), compatibler_(*this) {
+    CreateAnchors();
+  }
 
   NodeSpec& RoleNodeSpec() { return spec_; }
   const NodeSpec& RoleNodeSpec() const { return spec_; }
