@@ -39,7 +39,7 @@ bool AttrValue::operator==(const AttrValue& other) const {
     const TensorPtr& theirs = std::get<TensorPtr>(other.value_);
     if (!*tensor || !theirs) return *tensor == theirs;
     return (*tensor)->GetTensorDesc() == theirs->GetTensorDesc() &&
-           (*tensor)->GetData().Bytes() == theirs->GetData().Bytes();
+           (*tensor)->GetData().View() == theirs->GetData().View();
   }
   return value_ == other.value_;
 }

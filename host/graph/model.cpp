@@ -2,6 +2,7 @@
 
 #include <climits>
 
+#include <google/protobuf/arena.h>
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
@@ -17,13 +18,20 @@ graphStatus Model::Load(const uint8_t* data, size_t size) {
                  size);
     return GRAPH_MODEL_INVALID;
   }
-  tesu::proto::ModelDef modelDef;
-  if (!modelDef.ParseFromArray(data, static_cast<int>(size))) {
+  // The message lives on an arena: parsing allocates nothing per field and freeing it is one
+  // step. Long strings (tensor data among them) keep their own storage, so they still move
+  // into the graph without a copy.
+  google::protobuf::ArenaOptions options;
+  options.start_block_size = 64 * 1024;
+  options.max_block_size = 4 * 1024 * 1024;
+  google::protobuf::Arena arena(options);
+  auto* modelDef = google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
+  if (!modelDef->ParseFromArray(data, static_cast<int>(size))) {
     AI_Log_Print(AI_LOG_ERROR, "GRAPH",
                  "model rejected: the %zu bytes are not a serialised model (ModelDef)", size);
     return GRAPH_MODEL_INVALID;
   }
-  return Load(std::move(modelDef));
+  return Load(std::move(*modelDef));
 }
 
 graphStatus Model::Load(tesu::proto::ModelDef&& modelDef) {

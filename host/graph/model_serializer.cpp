@@ -172,7 +172,8 @@ void SaveAttr(const AttrValue& value, AttrDef& def) {
       TensorDef* out = def.mutable_t();
       if (tensor != nullptr) {
         SaveDesc(tensor->GetTensorDesc(), *out->mutable_desc());
-        out->set_data(tensor->GetData().Bytes());
+        const std::string_view data = tensor->GetData().View();
+        out->set_data(data.data(), data.size());
       }
       break;
     }

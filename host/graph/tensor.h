@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "graph/tensor_desc.h"
 
@@ -11,24 +12,22 @@ namespace tov {
 
 class Node;
 
-// Bytes that a tensor owns. Kept in a std::string so that serialised data can be moved in and
-// out without a copy.
+// Bytes that a tensor owns. Kept in a std::string so that serialised data can be moved in
+// without a copy.
 class Buffer {
  public:
   // Null when the buffer holds no bytes.
   const uint8_t* GetData() const {
     return bytes_.empty() ? nullptr : reinterpret_cast<const uint8_t*>(bytes_.data());
   }
-  uint8_t* MutableData() {
-    return bytes_.empty() ? nullptr : reinterpret_cast<uint8_t*>(&bytes_[0]);
-  }
+  uint8_t* MutableData() { return bytes_.empty() ? nullptr : reinterpret_cast<uint8_t*>(&bytes_[0]); }
   size_t GetSize() const { return bytes_.size(); }
+  std::string_view View() const { return bytes_; }
   void CopyFrom(const uint8_t* data, size_t size) {
     if (data == nullptr) size = 0;
     bytes_.assign(reinterpret_cast<const char*>(data), size);
   }
-  std::string& Bytes() { return bytes_; }
-  const std::string& Bytes() const { return bytes_; }
+  void Adopt(std::string&& bytes) { bytes_ = std::move(bytes); }
 
  private:
   std::string bytes_;
@@ -56,7 +55,7 @@ class Tensor {
   }
   // Takes the bytes without copying them.
   graphStatus SetData(std::string&& bytes) {
-    data_.Bytes() = std::move(bytes);
+    data_.Adopt(std::move(bytes));
     return GRAPH_SUCCESS;
   }
 

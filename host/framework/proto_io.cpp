@@ -1,0 +1,172 @@
+#include "framework/proto_io.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/util/json_util.h>
+
+#include "log/log.h"
+
+namespace tesu {
+namespace {
+
+constexpr const char* kModule = "TESU_FMK";
+
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string BaseNameOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Creates a fresh temporary file next to `path`, so that the final rename stays within one file
+// system. Mode 0666 lets the umask decide the permissions, as for any newly created file.
+int CreateTempFile(const std::string& path, std::string& tempPath) {
+  static std::atomic<unsigned> counter{0};
+  const std::string dir = DirectoryOf(path);
+  const std::string base = BaseNameOf(path);
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    tempPath = dir + "/." + base + ".tmp." + std::to_string(getpid()) + "." +
+               std::to_string(counter.fetch_add(1));
+    const int fd = open(tempPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
+  return -1;
+}
+
+bool WriteAll(int fd, const std::string& bytes) {
+  size_t written = 0;
+  while (written < bytes.size()) {
+    const ssize_t n = write(fd, bytes.data() + written, bytes.size() - written);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    written += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// Drops every field named in `excluded`, in this message and in every message below it,
+// map values included.
+void StripFields(google::protobuf::Message& message, const std::set<std::string>& excluded) {
+  const google::protobuf::Reflection* reflection = message.GetReflection();
+  std::vector<const google::protobuf::FieldDescriptor*> fields;
+  reflection->ListFields(message, &fields);
+  for (const google::protobuf::FieldDescriptor* field : fields) {
+    if (excluded.count(field->name()) != 0) {
+      reflection->ClearField(&message, field);
+      continue;
+    }
+    if (field->cpp_type() != google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    if (field->is_repeated()) {
+      const int size = reflection->FieldSize(message, field);
+      for (int i = 0; i < size; ++i) {
+        StripFields(*reflection->MutableRepeatedMessage(&message, field, i), excluded);
+      }
+    } else {
+      StripFields(*reflection->MutableMessage(&message, field), excluded);
+    }
+  }
+}
+
+}  // namespace
+
+bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message) {
+  if (file == nullptr || message == nullptr) return false;
+  std::ifstream in(file, std::ios::binary);
+  if (!in) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot open %s: %s", file, std::strerror(errno));
+    return false;
+  }
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot read %s", file);
+    return false;
+  }
+  if (!message->ParseFromString(bytes)) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "%s does not hold a serialised %s", file,
+                 message->GetTypeName().c_str());
+    return false;
+  }
+  return true;
+}
+
+Status WriteFileAtomically(const std::string& path, const std::string& bytes) {
+  if (path.empty() || path.back() == '/') {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write \"%s\": not a file path", path.c_str());
+    return FILE_WRITE_FAILED;
+  }
+  std::string tempPath;
+  const int fd = CreateTempFile(path, tempPath);
+  if (fd < 0) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write %s: %s", path.c_str(), std::strerror(errno));
+    return FILE_WRITE_FAILED;
+  }
+  bool ok = WriteAll(fd, bytes) && fsync(fd) == 0;
+  int savedErrno = errno;
+  if (close(fd) != 0 && ok) {
+    ok = false;
+    savedErrno = errno;
+  }
+  if (ok && std::rename(tempPath.c_str(), path.c_str()) != 0) {
+    ok = false;
+    savedErrno = errno;
+  }
+  if (!ok) {
+    unlink(tempPath.c_str());
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write %s: %s", path.c_str(),
+                 std::strerror(savedErrno));
+    return FILE_WRITE_FAILED;
+  }
+  return SUCCESS;
+}
+
+void Pb2Json::Message2Json(const google::protobuf::Message& message,
+                           const std::set<std::string>& excluded, nlohmann::json& json,
+                           bool enumAsString) {
+  std::unique_ptr<google::protobuf::Message> copy(message.New());
+  copy->CopyFrom(message);
+  StripFields(*copy, excluded);
+
+  google::protobuf::util::JsonPrintOptions options;
+  options.preserve_proto_field_names = true;
+  options.always_print_enums_as_ints = !enumAsString;
+  std::string text;
+  const auto status = google::protobuf::util::MessageToJsonString(*copy, &text, options);
+  if (!status.ok()) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot convert %s to JSON: %s",
+                 message.GetTypeName().c_str(), status.ToString().c_str());
+    json = nullptr;
+    return;
+  }
+  json = nlohmann::json::parse(text, nullptr, false);
+  if (json.is_discarded()) json = nullptr;
+}
+
+Status ModelSaver::SaveJsonToFile(const char* path, const nlohmann::json& json) {
+  if (path == nullptr) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "no path given for the JSON file");
+    return FILE_WRITE_FAILED;
+  }
+  // Invalid UTF-8 in a string is replaced rather than thrown on: the file is for reading.
+  std::string text = json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+  text += '\n';
+  return WriteFileAtomically(path, text);
+}
+
+}  // namespace tesu

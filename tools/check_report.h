@@ -1,0 +1,33 @@
+// What the CLI tells the user about the operator support report after a conversion.
+#ifndef TESU_TOOLS_CHECK_REPORT_H
+#define TESU_TOOLS_CHECK_REPORT_H
+
+#include <sys/types.h>
+#include <string>
+
+namespace tesu {
+namespace cli {
+
+// Notes the report file as it is before a conversion, to tell afterwards whether the
+// conversion wrote it. The report is replaced by a rename, so a new write is a new inode.
+class CheckReportWatch {
+ public:
+  explicit CheckReportWatch(const std::string& reportPath);
+  // The file the report goes to (a directory path gets check_result.json inside it).
+  const std::string& File() const { return file_; }
+  bool Written() const;
+
+ private:
+  std::string file_;
+  bool existed_ = false;
+  ino_t inode_ = 0;
+};
+
+// "Foo (2), Bar (1)": the unsupported operator types the report lists, in its order; empty when
+// it lists none or cannot be read.
+std::string UnsupportedTypesOf(const std::string& reportFile);
+
+}  // namespace cli
+}  // namespace tesu
+
+#endif

@@ -1,0 +1,166 @@
+#include "convert_command.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "check_report.h"
+#include "graph/base_buffer.h"
+#include "graph/graph.h"
+#include "graph/model.h"
+#include "graph/proto/model.pb.h"
+#include "model_file.h"
+#include "output_files.h"
+#include "plugin_loader.h"
+#include "summary.h"
+
+namespace tesu {
+namespace cli {
+namespace {
+
+constexpr const char* kProgram = "tesu-convert: ";
+constexpr int kFailure = 1;
+
+int ExitCodeFor(Status status) {
+  return status >= 1 && status <= 255 ? static_cast<int>(status) : kFailure;
+}
+
+const char* FrameworkName(FrameworkType type) {
+  return type == FRAMEWORK_ORVANE ? "orvane" : "";
+}
+
+// Loads the plug-ins; false when the plug-in directory cannot be read.
+bool LoadAllPlugins(const CliOptions& options, std::ostream& err) {
+  const std::string dir = ResolvePluginDirectory(options.pluginDir);
+  PluginLoadResult result;
+  std::string error;
+  if (!LoadPlugins(dir, result, error)) {
+    err << kProgram << error << "\n";
+    return false;
+  }
+  for (const std::string& failure : result.errors) {
+    err << kProgram << "warning: cannot load plug-in: " << failure << "\n";
+  }
+  return true;
+}
+
+std::shared_ptr<ModelParser> ObtainParser(const CliOptions& options, std::ostream& err) {
+  if (!LoadAllPlugins(options, err)) return nullptr;
+  const auto type = static_cast<FrameworkType>(options.framework);
+  std::shared_ptr<ModelParser> parser = ModelParserFactory::Instance()->CreateModelParser(type);
+  if (parser == nullptr) {
+    err << kProgram << "no parser for framework " << options.framework << " in "
+        << ResolvePluginDirectory(options.pluginDir) << " (see --list-frameworks)\n";
+  }
+  return parser;
+}
+
+// An output must never replace the model being read.
+bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
+  for (const OutputFile& output : PlannedOutputs(options)) {
+    std::error_code ec;
+    if (std::filesystem::equivalent(options.modelFile, output.path, ec) && !ec) {
+      err << kProgram << output.flag << " " << output.path << " would overwrite the input model\n";
+      return true;
+    }
+  }
+  return false;
+}
+
+int ListFrameworks(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  if (!LoadAllPlugins(options, err)) return kFailure;
+  for (FrameworkType type : ModelParserFactory::Instance()->RegisteredTypes()) {
+    const std::string name = FrameworkName(type);
+    out << static_cast<int>(type) << (name.empty() ? "" : " " + name) << "\n";
+  }
+  return 0;
+}
+
+int DumpJson(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  std::error_code ec;
+  if (std::filesystem::equivalent(options.modelFile, options.jsonFile, ec) && !ec) {
+    err << kProgram << "--json " << options.jsonFile << " would overwrite the input model\n";
+    return kUsageError;
+  }
+  std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
+  if (parser == nullptr) return kFailure;
+  const Status status = parser->ToJson(options.modelFile.c_str(), options.jsonFile.c_str());
+  if (status != SUCCESS) {
+    err << kProgram << "failed to write " << options.modelFile << " as JSON: status " << status
+        << "\n";
+    return ExitCodeFor(status);
+  }
+  out << "wrote json: " << options.jsonFile << "\n";
+  return 0;
+}
+
+void ReportParseFailure(const CliOptions& options, Status status, const CheckReportWatch& report,
+                        std::ostream& err) {
+  err << kProgram << "failed to convert " << options.modelFile << ": status " << status << "\n";
+  if (!report.Written()) return;
+  err << kProgram << "check report written to " << report.File();
+  const std::string refused = UnsupportedTypesOf(report.File());
+  if (!refused.empty()) err << "; unsupported operator types: " << refused;
+  err << "\n";
+}
+
+// Writes every planned output; on a failure the outputs already written stay, each whole.
+bool WriteOutputs(const CliOptions& options, const ConversionResult& result, Summary& summary,
+                  std::ostream& err) {
+  for (const OutputFile& output : PlannedOutputs(options)) {
+    const Status status = output.write(result, output.path);
+    if (status != SUCCESS) {
+      err << kProgram << "cannot write " << output.what << " " << output.path << ": status "
+          << status << "\n";
+      return false;
+    }
+    summary.written.push_back({output.what, output.path});
+  }
+  return true;
+}
+
+int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  if (WouldOverwriteInput(options, err)) return kUsageError;
+  std::string bytes;
+  std::string error;
+  if (!ReadModelFile(options.modelFile, bytes, error)) {
+    err << kProgram << "cannot read " << options.modelFile << ": " << error << "\n";
+    return kFailure;
+  }
+  std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
+  if (parser == nullptr) return kFailure;
+
+  ParserOptions parserOptions = options.parser;
+  std::vector<tov::BaseBuffer> buffers{
+      tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
+  const CheckReportWatch report(parserOptions.checkReportPath);
+  tov::Graph graph;
+  const Status status = parser->ParseFromMemory(parserOptions, buffers, graph);
+  const auto computeGraph = tov::GraphUtils::GetComputeGraph(graph);
+  if (status != SUCCESS || computeGraph == nullptr) {
+    ReportParseFailure(options, status != SUCCESS ? status : FAILED, report, err);
+    return ExitCodeFor(status != SUCCESS ? status : FAILED);
+  }
+
+  tesu::proto::ModelDef source;
+  source.ParseFromString(bytes);
+  const tov::Model converted(source.name(), graph);
+  Summary summary{options.modelFile, CountOps(source), CountOps(*computeGraph), {}};
+  if (!WriteOutputs(options, ConversionResult{source, converted}, summary, err)) return kFailure;
+  if (report.Written()) summary.written.push_back({"check report", report.File()});
+  PrintSummary(summary, out);
+  return 0;
+}
+
+}  // namespace
+
+int Run(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  if (options.listFrameworks) return ListFrameworks(options, out, err);
+  if (options.toJson) return DumpJson(options, out, err);
+  return Convert(options, out, err);
+}
+
+}  // namespace cli
+}  // namespace tesu

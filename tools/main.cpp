@@ -1,0 +1,15 @@
+// tesu-convert: converts a model file with a parser plug-in. Run with --help for the flags.
+#include <iostream>
+
+#include "cli_options.h"
+#include "convert_command.h"
+#include "log/log.h"
+
+int main(int argc, char** argv) {
+  tesu::cli::CliOptions options;
+  const tesu::cli::CommandLine line =
+      tesu::cli::ParseCommandLine(argc, argv, options, std::cout, std::cerr);
+  if (!line.run) return line.exitCode;
+  tesu::log::SetLevel(options.logLevel);
+  return tesu::cli::Run(options, std::cout, std::cerr);
+}

@@ -1,0 +1,43 @@
+// The files a conversion writes from its result. Each kind of output is one entry of the plan,
+// so a new output flag adds one entry here and nothing else in the flow.
+#ifndef TESU_TOOLS_OUTPUT_FILES_H
+#define TESU_TOOLS_OUTPUT_FILES_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cli_options.h"
+#include "framework/model_parser.h"
+#include "graph/model.h"
+#include "graph/proto/model.pb.h"
+
+namespace tesu {
+namespace cli {
+
+// What an output is made from: the model as read and the converted one.
+struct ConversionResult {
+  const tesu::proto::ModelDef& source;
+  const tov::Model& converted;
+};
+
+struct OutputFile {
+  std::string what;  // shown in messages: "model", "json"
+  std::string flag;  // the flag that asked for it
+  std::string path;
+  // Writes the whole file or leaves the path as it was; returns a status.
+  std::function<Status(const ConversionResult&, const std::string&)> write;
+};
+
+// The outputs the options ask for, in the order they are written.
+std::vector<OutputFile> PlannedOutputs(const CliOptions& options);
+
+// The converted model as a binary ModelDef.
+Status WriteModelFile(const ConversionResult& result, const std::string& path);
+// The converted model as JSON, tensor data left out; the same form as the parser's JSON dump.
+Status WriteModelJson(const ConversionResult& result, const std::string& path);
+
+}  // namespace cli
+}  // namespace tesu
+
+#endif

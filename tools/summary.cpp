@@ -1,0 +1,62 @@
+#include "summary.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <set>
+
+namespace tesu {
+namespace cli {
+namespace {
+
+size_t Total(const OpCounts& counts) {
+  size_t total = 0;
+  for (const auto& entry : counts) total += entry.second;
+  return total;
+}
+
+size_t CountOf(const OpCounts& counts, const std::string& type) {
+  const auto found = counts.find(type);
+  return found == counts.end() ? 0 : found->second;
+}
+
+}  // namespace
+
+OpCounts CountOps(const tesu::proto::ModelDef& model) {
+  OpCounts counts;
+  if (model.graph_size() == 0) return counts;
+  for (const auto& op : model.graph(0).op()) ++counts[op.type()];
+  return counts;
+}
+
+OpCounts CountOps(const tov::ComputeGraph& graph) {
+  OpCounts counts;
+  graph.ForEachNode([&counts](tov::Node& node) { ++counts[node.GetType()]; });
+  return counts;
+}
+
+void PrintSummary(const Summary& summary, std::ostream& out) {
+  std::set<std::string> types;
+  size_t width = 8;
+  for (const OpCounts* counts : {&summary.before, &summary.after}) {
+    for (const auto& entry : *counts) {
+      types.insert(entry.first);
+      width = std::max(width, entry.first.size());
+    }
+  }
+  const int column = static_cast<int>(width);
+  out << "converted " << summary.modelFile << "\n";
+  out << "nodes: " << Total(summary.before) << " -> " << Total(summary.after) << "\n";
+  out << "  " << std::left << std::setw(column) << "operator" << std::right << std::setw(8)
+      << "before" << std::setw(8) << "after"
+      << "\n";
+  for (const std::string& type : types) {
+    out << "  " << std::left << std::setw(column) << type << std::right << std::setw(8)
+        << CountOf(summary.before, type) << std::setw(8) << CountOf(summary.after, type) << "\n";
+  }
+  for (const WrittenFile& file : summary.written) {
+    out << "wrote " << file.what << ": " << file.path << "\n";
+  }
+}
+
+}  // namespace cli
+}  // namespace tesu
