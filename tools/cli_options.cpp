@@ -268,6 +268,7 @@ constexpr const char* kExamples = R"(Examples:
   tesu-convert --model net.pb --output out.pb --input_shape "data:1,3,224,224" \
       --input_type "data:FLOAT16" --out_nodes "conv1:0" --output_format 3
   tesu-convert --model net.pb --output out.pb --check_report reports/ --save_check_report
+  tesu-convert --model net.pb --output out.pb --dot out.dot --dot-source in.dot --profile
   tesu-convert --to-json --model net.pb --json net.json
   tesu-convert --list-frameworks --plugin-dir build/bin/plugins
 Plug-ins are loaded from --plugin-dir, else $TESU_PLUGIN_DIR, else <executable dir>/plugins.
@@ -285,6 +286,16 @@ void AddFlags(CLI::App& app, CliOptions& options, std::vector<ValueFlag>& valueF
                  "Write the converted model as JSON, tensor data left out; with --to-json, the "
                  "JSON of the input model. Example: --json net.json")
       ->type_name("FILE");
+  app.add_option("--dot", options.dotFile,
+                 "Write the converted graph as Graphviz DOT. Example: --dot net.dot")
+      ->type_name("FILE");
+  app.add_option("--dot-source", options.dotSourceFile,
+                 "Write the source graph, before conversion, as Graphviz DOT. "
+                 "Example: --dot-source net.source.dot")
+      ->type_name("FILE");
+  app.add_flag("--profile", options.profile,
+               "Print the time spent reading, in each parser step and writing each file. "
+               "Example: --profile");
   app.add_flag("--to-json", options.toJson,
                "Only dump --model (binary) as JSON to --json through the parser. "
                "Example: --to-json --model net.pb --json net.json");
@@ -318,8 +329,9 @@ std::string CheckCombination(const CliOptions& options) {
   if (options.listFrameworks) return std::string();
   if (options.modelFile.empty()) return "--model is required";
   if (options.toJson && options.jsonFile.empty()) return "--to-json needs --json FILE";
-  if (options.toJson && !options.outputFile.empty()) {
-    return "--output cannot be combined with --to-json";
+  if (options.toJson &&
+      !(options.outputFile.empty() && options.dotFile.empty() && options.dotSourceFile.empty())) {
+    return "--output, --dot and --dot-source cannot be combined with --to-json";
   }
   return std::string();
 }

@@ -23,9 +23,12 @@ constexpr int kUsageError = 2;
 
 struct CliOptions {
   std::string modelFile;
-  std::string outputFile;  // converted model, binary
-  std::string jsonFile;    // converted model as JSON, or the --to-json target
-  std::string pluginDir;   // empty: $TESU_PLUGIN_DIR, then <executable dir>/plugins
+  std::string outputFile;     // converted model, binary
+  std::string jsonFile;       // converted model as JSON, or the --to-json target
+  std::string dotFile;        // converted graph as Graphviz DOT
+  std::string dotSourceFile;  // source graph as Graphviz DOT
+  bool profile = false;
+  std::string pluginDir;  // empty: $TESU_PLUGIN_DIR, then <executable dir>/plugins
   int32_t framework = FRAMEWORK_ORVANE;
   bool toJson = false;
   bool listFrameworks = false;

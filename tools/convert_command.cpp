@@ -7,11 +7,13 @@
 #include <vector>
 
 #include "check_report.h"
+#include "framework/profiler.h"
 #include "graph/base_buffer.h"
+#include "graph/dot_writer.h"
 #include "graph/graph.h"
 #include "graph/model.h"
-#include "graph/proto/model.pb.h"
 #include "model_file.h"
+#include "model_summary.h"
 #include "output_files.h"
 #include "plugin_loader.h"
 #include "summary.h"
@@ -110,6 +112,8 @@ void ReportParseFailure(const CliOptions& options, Status status, const CheckRep
 bool WriteOutputs(const CliOptions& options, const ConversionResult& result, Summary& summary,
                   std::ostream& err) {
   for (const OutputFile& output : PlannedOutputs(options)) {
+    const std::string step = "write " + output.what;
+    ProfileScope timer(step.c_str());
     const Status status = output.write(result, output.path);
     if (status != SUCCESS) {
       err << kProgram << "cannot write " << output.what << " " << output.path << ": status "
@@ -121,16 +125,39 @@ bool WriteOutputs(const CliOptions& options, const ConversionResult& result, Sum
   return true;
 }
 
+// The source graph as DOT, when --dot-source asks for it; built before the parse changes it.
+std::string SourcePicture(const CliOptions& options, const std::string& bytes) {
+  if (options.dotSourceFile.empty()) return std::string();
+  ProfileScope step("source picture");
+  tov::Model source;
+  if (source.Load(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()) != SUCCESS) {
+    return std::string();  // the parse reports what is wrong with the model
+  }
+  const auto graph = tov::GraphUtils::GetComputeGraph(source.GetGraph());
+  return graph == nullptr ? std::string() : tov::ToDot(*graph);
+}
+
 int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   if (WouldOverwriteInput(options, err)) return kUsageError;
   std::string bytes;
   std::string error;
-  if (!ReadModelFile(options.modelFile, bytes, error)) {
-    err << kProgram << "cannot read " << options.modelFile << ": " << error << "\n";
-    return kFailure;
+  {
+    ProfileScope step("read model");
+    if (!ReadModelFile(options.modelFile, bytes, error)) {
+      err << kProgram << "cannot read " << options.modelFile << ": " << error << "\n";
+      return kFailure;
+    }
   }
   std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
   if (parser == nullptr) return kFailure;
+
+  Summary summary{options.modelFile, {}, {}, {}};
+  std::string modelName;
+  {
+    ProfileScope step("count source operators");
+    SummarizeModel(bytes, modelName, summary.before);
+  }
+  const std::string sourceDot = SourcePicture(options, bytes);
 
   ParserOptions parserOptions = options.parser;
   std::vector<tov::BaseBuffer> buffers{
@@ -138,19 +165,21 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   const CheckReportWatch report(parserOptions.checkReportPath);
   tov::Graph graph;
   const Status status = parser->ParseFromMemory(parserOptions, buffers, graph);
+  std::string().swap(bytes);  // the graph holds everything now; give the memory back
   const auto computeGraph = tov::GraphUtils::GetComputeGraph(graph);
   if (status != SUCCESS || computeGraph == nullptr) {
     ReportParseFailure(options, status != SUCCESS ? status : FAILED, report, err);
     return ExitCodeFor(status != SUCCESS ? status : FAILED);
   }
 
-  tesu::proto::ModelDef source;
-  source.ParseFromString(bytes);
-  const tov::Model converted(source.name(), graph);
-  Summary summary{options.modelFile, CountOps(source), CountOps(*computeGraph), {}};
-  if (!WriteOutputs(options, ConversionResult{source, converted}, summary, err)) return kFailure;
+  const tov::Model converted(modelName, graph);
+  summary.after = CountOps(*computeGraph);
+  if (!WriteOutputs(options, ConversionResult{converted, sourceDot}, summary, err)) {
+    return kFailure;
+  }
   if (report.Written()) summary.written.push_back({"check report", report.File()});
   PrintSummary(summary, out);
+  if (options.profile) PrintProfile(Profiler::Take(), out);
   return 0;
 }
 

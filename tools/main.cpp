@@ -3,6 +3,7 @@
 
 #include "cli_options.h"
 #include "convert_command.h"
+#include "framework/profiler.h"
 #include "log/log.h"
 
 int main(int argc, char** argv) {
@@ -11,5 +12,6 @@ int main(int argc, char** argv) {
       tesu::cli::ParseCommandLine(argc, argv, options, std::cout, std::cerr);
   if (!line.run) return line.exitCode;
   tesu::log::SetLevel(options.logLevel);
+  tesu::Profiler::Enable(options.profile);
   return tesu::cli::Run(options, std::cout, std::cerr);
 }

@@ -2,9 +2,12 @@
 
 #include <set>
 
+#include <google/protobuf/io/zero_copy_stream_impl.h>
 #include <nlohmann/json.hpp>
 
 #include "framework/proto_io.h"
+#include "graph/dot_writer.h"
+#include "graph/proto/model.pb.h"
 
 namespace tesu {
 namespace cli {
@@ -17,23 +20,42 @@ std::vector<OutputFile> PlannedOutputs(const CliOptions& options) {
   if (!options.jsonFile.empty()) {
     outputs.push_back({"json", "--json", options.jsonFile, WriteModelJson});
   }
+  if (!options.dotFile.empty()) {
+    outputs.push_back({"picture", "--dot", options.dotFile, WriteGraphDot});
+  }
+  if (!options.dotSourceFile.empty()) {
+    outputs.push_back({"source picture", "--dot-source", options.dotSourceFile, WriteSourceDot});
+  }
   return outputs;
 }
 
 Status WriteModelFile(const ConversionResult& result, const std::string& path) {
-  std::string bytes;
-  const Status status = result.converted.Save(bytes);
-  if (status != SUCCESS) return status;
-  return WriteFileAtomically(path, bytes);
+  // Streamed into the file: the model's tensors are not copied into a serialised buffer first.
+  Status status = SUCCESS;
+  const Status written = WriteFileAtomically(path, [&](int fd) {
+    google::protobuf::io::FileOutputStream stream(fd);
+    status = result.converted.Save(stream);
+    return status == SUCCESS && stream.Flush();
+  });
+  return status != SUCCESS ? status : written;
 }
 
 Status WriteModelJson(const ConversionResult& result, const std::string& path) {
   tesu::proto::ModelDef model;
-  const Status status = result.converted.Save(model);
+  const Status status = result.converted.Save(model, /*withTensorData=*/false);
   if (status != SUCCESS) return status;
   nlohmann::json json;
   Pb2Json::Message2Json(model, {"data"}, json, false);
   return ModelSaver::SaveJsonToFile(path.c_str(), json);
+}
+
+Status WriteGraphDot(const ConversionResult& result, const std::string& path) {
+  const auto graph = tov::GraphUtils::GetComputeGraph(result.converted.GetGraph());
+  return WriteFileAtomically(path, graph == nullptr ? std::string() : tov::ToDot(*graph));
+}
+
+Status WriteSourceDot(const ConversionResult& result, const std::string& path) {
+  return WriteFileAtomically(path, result.sourceDot);
 }
 
 }  // namespace cli

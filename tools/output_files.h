@@ -10,15 +10,15 @@
 #include "cli_options.h"
 #include "framework/model_parser.h"
 #include "graph/model.h"
-#include "graph/proto/model.pb.h"
 
 namespace tesu {
 namespace cli {
 
-// What an output is made from: the model as read and the converted one.
+// What an output is made from: the converted model, and the source graph's picture when one
+// was asked for.
 struct ConversionResult {
-  const tesu::proto::ModelDef& source;
   const tov::Model& converted;
+  const std::string& sourceDot;
 };
 
 struct OutputFile {
@@ -36,6 +36,9 @@ std::vector<OutputFile> PlannedOutputs(const CliOptions& options);
 Status WriteModelFile(const ConversionResult& result, const std::string& path);
 // The converted model as JSON, tensor data left out; the same form as the parser's JSON dump.
 Status WriteModelJson(const ConversionResult& result, const std::string& path);
+// The converted graph, or the source graph, as Graphviz DOT.
+Status WriteGraphDot(const ConversionResult& result, const std::string& path);
+Status WriteSourceDot(const ConversionResult& result, const std::string& path);
 
 }  // namespace cli
 }  // namespace tesu

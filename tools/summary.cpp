@@ -21,13 +21,6 @@ size_t CountOf(const OpCounts& counts, const std::string& type) {
 
 }  // namespace
 
-OpCounts CountOps(const tesu::proto::ModelDef& model) {
-  OpCounts counts;
-  if (model.graph_size() == 0) return counts;
-  for (const auto& op : model.graph(0).op()) ++counts[op.type()];
-  return counts;
-}
-
 OpCounts CountOps(const tov::ComputeGraph& graph) {
   OpCounts counts;
   graph.ForEachNode([&counts](tov::Node& node) { ++counts[node.GetType()]; });
@@ -56,6 +49,24 @@ void PrintSummary(const Summary& summary, std::ostream& out) {
   for (const WrittenFile& file : summary.written) {
     out << "wrote " << file.what << ": " << file.path << "\n";
   }
+}
+
+}  // namespace cli
+}  // namespace tesu
+
+namespace tesu {
+namespace cli {
+
+void PrintProfile(const std::vector<Profiler::Step>& steps, std::ostream& out) {
+  double total = 0;
+  out << "profile (ms):\n";
+  for (const Profiler::Step& step : steps) {
+    out << "  " << std::left << std::setw(28) << step.name << std::right << std::fixed
+        << std::setprecision(1) << std::setw(10) << step.milliseconds << "\n";
+    total += step.milliseconds;
+  }
+  out << "  " << std::left << std::setw(28) << "total" << std::right << std::setw(10) << total
+      << "\n";
 }
 
 }  // namespace cli

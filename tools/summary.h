@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/profiler.h"
 #include "graph/compute_graph.h"
-#include "graph/proto/model.pb.h"
 
 namespace tesu {
 namespace cli {
@@ -17,7 +17,6 @@ namespace cli {
 // Operator type to node count; a std::map so that the listing is sorted.
 using OpCounts = std::map<std::string, size_t>;
 
-OpCounts CountOps(const tesu::proto::ModelDef& model);
 OpCounts CountOps(const tov::ComputeGraph& graph);
 
 struct WrittenFile {
@@ -35,6 +34,9 @@ struct Summary {
 // Node totals, then one line per operator type seen before or after with both counts, then the
 // files written.
 void PrintSummary(const Summary& summary, std::ostream& out);
+
+// One line per timed step, then the total.
+void PrintProfile(const std::vector<Profiler::Step>& steps, std::ostream& out);
 
 }  // namespace cli
 }  // namespace tesu

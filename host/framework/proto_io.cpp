@@ -107,6 +107,10 @@ bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* me
 }
 
 Status WriteFileAtomically(const std::string& path, const std::string& bytes) {
+  return WriteFileAtomically(path, [&bytes](int fd) { return WriteAll(fd, bytes); });
+}
+
+Status WriteFileAtomically(const std::string& path, const std::function<bool(int fd)>& writer) {
   if (path.empty() || path.back() == '/') {
     AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write \"%s\": not a file path", path.c_str());
     return FILE_WRITE_FAILED;
@@ -117,7 +121,9 @@ Status WriteFileAtomically(const std::string& path, const std::string& bytes) {
     AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write %s: %s", path.c_str(), std::strerror(errno));
     return FILE_WRITE_FAILED;
   }
-  bool ok = WriteAll(fd, bytes) && fsync(fd) == 0;
+  errno = 0;
+  bool ok = writer(fd) && fsync(fd) == 0;
+  if (!ok && errno == 0) errno = EIO;
   int savedErrno = errno;
   if (close(fd) != 0 && ok) {
     ok = false;

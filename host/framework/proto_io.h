@@ -1,6 +1,7 @@
 #ifndef TESU_FRAMEWORK_PROTO_IO_H
 #define TESU_FRAMEWORK_PROTO_IO_H
 
+#include <functional>
 #include <set>
 #include <string>
 
@@ -22,6 +23,9 @@ bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* me
 // path ends holding all of the bytes or is left as it was. Returns 0 on success and
 // FILE_WRITE_FAILED otherwise.
 Status WriteFileAtomically(const std::string& path, const std::string& bytes);
+// The same, with the content written by `writer` to the temporary file's descriptor; the writer
+// returns false when it fails.
+Status WriteFileAtomically(const std::string& path, const std::function<bool(int fd)>& writer);
 
 class Pb2Json {
  public:

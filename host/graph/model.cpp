@@ -49,31 +49,49 @@ graphStatus Model::Load(tesu::proto::ModelDef&& modelDef) {
   return GRAPH_SUCCESS;
 }
 
-graphStatus Model::Save(tesu::proto::ModelDef& modelDef) const {
+namespace {
+
+graphStatus BuildMessage(const Model& model, const Graph& graph, tesu::proto::ModelDef& modelDef,
+                         TensorBytes& tensorBytes) {
   modelDef.Clear();
-  modelDef.set_name(name_);
-  ModelSerializer::SaveAttrs(*this, *modelDef.mutable_attr());
-  std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(graph_);
-  if (graph == nullptr) return GRAPH_SUCCESS;
-  return ModelSerializer::SaveGraph(*graph, *modelDef.add_graph());
+  modelDef.set_name(model.GetName());
+  ModelSerializer::SaveAttrs(model, *modelDef.mutable_attr(), tensorBytes);
+  std::shared_ptr<ComputeGraph> computeGraph = GraphUtils::GetComputeGraph(graph);
+  if (computeGraph == nullptr) return GRAPH_SUCCESS;
+  return ModelSerializer::SaveGraph(*computeGraph, *modelDef.add_graph(), tensorBytes);
 }
 
-graphStatus Model::Save(std::string& bytes) const {
-  tesu::proto::ModelDef modelDef;
-  const graphStatus status = Save(modelDef);
+}  // namespace
+
+graphStatus Model::Save(tesu::proto::ModelDef& modelDef, bool withTensorData) const {
+  TensorBytes tensorBytes(withTensorData ? TensorBytes::Mode::kCopy : TensorBytes::Mode::kOmit);
+  return BuildMessage(*this, graph_, modelDef, tensorBytes);
+}
+
+graphStatus Model::Save(google::protobuf::io::ZeroCopyOutputStream& stream) const {
+  // Tensor bytes are lent to the message while it is written instead of being copied, so saving
+  // a model costs little memory beyond the model itself.
+  tesu::proto::ModelDef modelDef;  // outlives tensorBytes, which gives the lent bytes back
+  TensorBytes tensorBytes(TensorBytes::Mode::kLend);
+  const graphStatus status = BuildMessage(*this, graph_, modelDef, tensorBytes);
   if (status != GRAPH_SUCCESS) return status;
   if (modelDef.ByteSizeLong() > static_cast<size_t>(INT_MAX)) {
     AI_Log_Print(AI_LOG_ERROR, "GRAPH", "cannot save model \"%s\": it needs more than 2 GiB",
                  name_.c_str());
     return GRAPH_FAILED;
   }
-  bytes.clear();
-  google::protobuf::io::StringOutputStream stream(&bytes);
   google::protobuf::io::CodedOutputStream coded(&stream);
   // Sorted map keys make the same graph always serialise to the same bytes.
   coded.SetSerializationDeterministic(true);
   modelDef.SerializeToCodedStream(&coded);
+  coded.Trim();
   return coded.HadError() ? GRAPH_FAILED : GRAPH_SUCCESS;
+}
+
+graphStatus Model::Save(std::string& bytes) const {
+  bytes.clear();
+  google::protobuf::io::StringOutputStream stream(&bytes);
+  return Save(stream);
 }
 
 }  // namespace tov

@@ -13,6 +13,13 @@ namespace proto {
 class ModelDef;
 }
 }  // namespace tesu
+namespace google {
+namespace protobuf {
+namespace io {
+class ZeroCopyOutputStream;
+}
+}  // namespace protobuf
+}  // namespace google
 
 namespace tov {
 
@@ -30,9 +37,12 @@ class Model : public AttrHolder {
   graphStatus Load(tesu::proto::ModelDef&& modelDef);
 
   // Serialises the model. Fails when the graph holds two nodes of one name, since inputs refer
-  // to producers by name.
+  // to producers by name. While it runs, tensor bytes are lent to the message being written, so
+  // no other thread may read the graph's tensors during a save.
   graphStatus Save(std::string& bytes) const;
-  graphStatus Save(tesu::proto::ModelDef& modelDef) const;
+  graphStatus Save(google::protobuf::io::ZeroCopyOutputStream& stream) const;
+  // The model as a message; without tensor data, Const tensors keep only their descriptions.
+  graphStatus Save(tesu::proto::ModelDef& modelDef, bool withTensorData = true) const;
 
   const std::string& GetName() const { return name_; }
   void SetName(const std::string& name) { name_ = name; }

@@ -150,7 +150,7 @@ void CopyList(const std::vector<T>& from, Repeated* to) {
   for (const T& item : from) to->Add(item);
 }
 
-void SaveAttr(const AttrValue& value, AttrDef& def) {
+void SaveAttr(const AttrValue& value, AttrDef& def, TensorBytes& tensorBytes) {
   using Kind = AttrValue::Kind;
   switch (value.GetKind()) {
     case Kind::kNone:
@@ -172,8 +172,7 @@ void SaveAttr(const AttrValue& value, AttrDef& def) {
       TensorDef* out = def.mutable_t();
       if (tensor != nullptr) {
         SaveDesc(tensor->GetTensorDesc(), *out->mutable_desc());
-        const std::string_view data = tensor->GetData().View();
-        out->set_data(data.data(), data.size());
+        tensorBytes.Fill(*tensor, *out->mutable_data());
       }
       break;
     }
@@ -333,8 +332,7 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
   return nullptr;
 }
 
-namespace {
-}  // namespace
+namespace {}  // namespace
 
 graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDef>& attrs,
                                        const std::string& owner, AttrHolder& holder) {
@@ -344,9 +342,37 @@ graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDe
   return GRAPH_MODEL_INVALID;
 }
 
+void TensorBytes::Fill(Tensor& tensor, std::string& data) {
+  switch (mode_) {
+    case Mode::kCopy:
+      data.assign(tensor.GetData().View());
+      return;
+    case Mode::kOmit:
+      return;
+    case Mode::kLend: {
+      auto lent = lent_.find(&tensor);
+      if (lent != lent_.end()) {
+        data = *lent->second;
+      } else {
+        tensor.MutableData().Swap(data);
+        lent_.emplace(&tensor, &data);
+      }
+      return;
+    }
+  }
+}
+
+void TensorBytes::Return() {
+  for (auto& [tensor, data] : lent_) tensor->MutableData().Swap(*data);
+  lent_.clear();
+}
+
 void ModelSerializer::SaveAttrs(const AttrHolder& holder,
-                                google::protobuf::Map<std::string, AttrDef>& attrs) {
-  for (const auto& entry : holder.GetAllAttrs()) SaveAttr(entry.second, attrs[entry.first]);
+                                google::protobuf::Map<std::string, AttrDef>& attrs,
+                                TensorBytes& tensorBytes) {
+  for (const auto& entry : holder.GetAllAttrs()) {
+    SaveAttr(entry.second, attrs[entry.first], tensorBytes);
+  }
 }
 
 graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<ComputeGraph>& graph) {
@@ -403,9 +429,10 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
   return GRAPH_SUCCESS;
 }
 
-graphStatus ModelSerializer::SaveGraph(const ComputeGraph& graph, GraphDef& graphDef) {
+graphStatus ModelSerializer::SaveGraph(const ComputeGraph& graph, GraphDef& graphDef,
+                                       TensorBytes& tensorBytes) {
   graphDef.set_name(graph.GetName());
-  SaveAttrs(graph, *graphDef.mutable_attr());
+  SaveAttrs(graph, *graphDef.mutable_attr(), tensorBytes);
   std::unordered_set<std::string_view> names;
   names.reserve(graph.GetNodesSize());
   graphDef.mutable_op()->Reserve(static_cast<int>(graph.GetNodesSize()));
@@ -438,7 +465,7 @@ graphStatus ModelSerializer::SaveGraph(const ComputeGraph& graph, GraphDef& grap
     for (const Node* from : node.RoleNodeWalker().InControlNodes()) {
       op.add_input(from->GetName() + ":-1");
     }
-    SaveAttrs(desc, *op.mutable_attr());
+    SaveAttrs(desc, *op.mutable_attr(), tensorBytes);
     for (size_t i = 0; i < desc.GetInputsSize(); ++i) {
       SaveDesc(desc.GetInputDesc(static_cast<uint32_t>(i)), *op.add_input_desc());
     }

@@ -4,11 +4,32 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 #include "graph/compute_graph.h"
 #include "graph/proto/model.pb.h"
 
 namespace tov {
+
+// How tensor bytes reach a saved message.
+class TensorBytes {
+ public:
+  enum class Mode { kCopy, kOmit, kLend };
+  explicit TensorBytes(Mode mode) : mode_(mode) {}
+  ~TensorBytes() { Return(); }
+  TensorBytes(const TensorBytes&) = delete;
+  TensorBytes& operator=(const TensorBytes&) = delete;
+
+  // Fills `data` from the tensor: a copy, nothing, or the tensor's own bytes moved in until
+  // Return() (a tensor shared by several attributes is lent once and copied after that).
+  void Fill(Tensor& tensor, std::string& data);
+  // Gives lent bytes back to their tensors.
+  void Return();
+
+ private:
+  Mode mode_;
+  std::unordered_map<Tensor*, std::string*> lent_;
+};
 
 class ModelSerializer {
  public:
@@ -16,13 +37,15 @@ class ModelSerializer {
   // graph logs one line naming the node and the problem and returns GRAPH_MODEL_INVALID.
   static graphStatus LoadGraph(tesu::proto::GraphDef& graphDef,
                                std::shared_ptr<ComputeGraph>& graph);
-  static graphStatus SaveGraph(const ComputeGraph& graph, tesu::proto::GraphDef& graphDef);
+  static graphStatus SaveGraph(const ComputeGraph& graph, tesu::proto::GraphDef& graphDef,
+                               TensorBytes& tensorBytes);
 
   // Attribute maps of models and graphs; `owner` names the holder in error messages.
   static graphStatus LoadAttrs(google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,
                                const std::string& owner, AttrHolder& holder);
   static void SaveAttrs(const AttrHolder& holder,
-                        google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs);
+                        google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,
+                        TensorBytes& tensorBytes);
 
  private:
   // A node of a freshly loaded graph that lies on a cycle, or null.

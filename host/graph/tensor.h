@@ -20,7 +20,9 @@ class Buffer {
   const uint8_t* GetData() const {
     return bytes_.empty() ? nullptr : reinterpret_cast<const uint8_t*>(bytes_.data());
   }
-  uint8_t* MutableData() { return bytes_.empty() ? nullptr : reinterpret_cast<uint8_t*>(&bytes_[0]); }
+  uint8_t* MutableData() {
+    return bytes_.empty() ? nullptr : reinterpret_cast<uint8_t*>(&bytes_[0]);
+  }
   size_t GetSize() const { return bytes_.size(); }
   std::string_view View() const { return bytes_; }
   void CopyFrom(const uint8_t* data, size_t size) {
@@ -28,6 +30,7 @@ class Buffer {
     bytes_.assign(reinterpret_cast<const char*>(data), size);
   }
   void Adopt(std::string&& bytes) { bytes_ = std::move(bytes); }
+  void Swap(std::string& bytes) { bytes_.swap(bytes); }
 
  private:
   std::string bytes_;

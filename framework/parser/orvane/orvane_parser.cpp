@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "framework/pre_checker.h"
+#include "framework/profiler.h"
 #include "framework/proto_io.h"
 #include "graph/attr_utils.h"
 #include "graph/compute_graph.h"
@@ -464,7 +465,11 @@ Status OrvaneModelParser::ParseFromMemory(ParserOptions& options,
     return FAILED;
   }
   tov::Model model;
-  Status ret = model.Load(modelBuffer[0].data(), static_cast<size_t>(modelBuffer[0].size()));
+  Status ret = SUCCESS;
+  {
+    ProfileScope step("load model");
+    ret = model.Load(modelBuffer[0].data(), static_cast<size_t>(modelBuffer[0].size()));
+  }
   if (ret != SUCCESS) {
     return ret;
   }
@@ -477,19 +482,31 @@ Status OrvaneModelParser::ParseFromMemory(ParserOptions& options,
 
   // Each pass sees the graph as the previous one left it: the fusion still sees source types,
   // the output marking sees converted nodes.
-  ret = CheckNodeSupport(options, *ovComputeGraph);
+  {
+    ProfileScope step("support check");
+    ret = CheckNodeSupport(options, *ovComputeGraph);
+  }
   if (ret != SUCCESS) {
     return ret;
   }
-  ret = FusionReduceMeanAndReshape(*ovComputeGraph);
+  {
+    ProfileScope step("ReduceMean-Reshape fusion");
+    ret = FusionReduceMeanAndReshape(*ovComputeGraph);
+  }
   if (ret != SUCCESS) {
     return ret;
   }
-  ret = ConvertNodesAttrInfo(options, *ovComputeGraph);
+  {
+    ProfileScope step("node conversion");
+    ret = ConvertNodesAttrInfo(options, *ovComputeGraph);
+  }
   if (ret != SUCCESS) {
     return ret;
   }
-  ret = SetOutputNodeInferredFormat(options, *ovComputeGraph);
+  {
+    ProfileScope step("output formats");
+    ret = SetOutputNodeInferredFormat(options, *ovComputeGraph);
+  }
   if (ret != SUCCESS) {
     return ret;
   }

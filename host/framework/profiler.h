@@ -1,0 +1,46 @@
+#ifndef TESU_FRAMEWORK_PROFILER_H
+#define TESU_FRAMEWORK_PROFILER_H
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace tesu {
+
+// Collects how long named steps of a conversion take, for users who want to see where the time
+// of a slow model goes. Off by default; while off, a step costs one flag test.
+class Profiler {
+ public:
+  struct Step {
+    std::string name;
+    double milliseconds;
+  };
+  static void Enable(bool enabled);
+  static bool Enabled();
+  static void Record(const std::string& name, double milliseconds);
+  // The steps recorded so far, in order; clears them.
+  static std::vector<Step> Take();
+};
+
+// Records the time from its construction to its destruction as one step.
+class ProfileScope {
+ public:
+  explicit ProfileScope(const char* name)
+      : name_(Profiler::Enabled() ? name : nullptr), start_(std::chrono::steady_clock::now()) {}
+  ~ProfileScope() {
+    if (name_ == nullptr) return;
+    const std::chrono::duration<double, std::milli> elapsed =
+        std::chrono::steady_clock::now() - start_;
+    Profiler::Record(name_, elapsed.count());
+  }
+  ProfileScope(const ProfileScope&) = delete;
+  ProfileScope& operator=(const ProfileScope&) = delete;
+
+ private:
+  const char* name_;
+  std::chrono::steady_clock::time_point start_;
+};
+
+}  // namespace tesu
+
+#endif

@@ -1,0 +1,21 @@
+// What a model file holds before conversion: its name and its operator counts.
+#ifndef TESU_TOOLS_MODEL_SUMMARY_H
+#define TESU_TOOLS_MODEL_SUMMARY_H
+
+#include <string>
+
+#include "summary.h"
+
+namespace tesu {
+namespace cli {
+
+// Reads the name and the operator types of the first graph of serialised ModelDef bytes. It
+// walks the wire format with protobuf's reader and skips everything else, so summarising a
+// model with large weights neither copies them nor builds the model. False when the bytes are
+// not well-formed.
+bool SummarizeModel(const std::string& bytes, std::string& name, OpCounts& counts);
+
+}  // namespace cli
+}  // namespace tesu
+
+#endif
