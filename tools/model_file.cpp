@@ -1,12 +1,8 @@
 #include "model_file.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-
 #include <google/protobuf/util/json_util.h>
 
+#include "framework/proto_io.h"
 #include "graph/proto/model.pb.h"
 
 namespace tesu {
@@ -21,16 +17,7 @@ bool IsJsonText(const std::string& bytes) {
 }  // namespace
 
 bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    error = std::strerror(errno);
-    return false;
-  }
-  bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  if (in.bad()) {
-    error = "read error";
-    return false;
-  }
+  if (!ReadFileBytes(path, bytes, error)) return false;
   if (!IsJsonText(bytes)) return true;
 
   tesu::proto::ModelDef model;

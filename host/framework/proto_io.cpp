@@ -86,16 +86,33 @@ void StripFields(google::protobuf::Message& message, const std::set<std::string>
 
 }  // namespace
 
-bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message) {
-  if (file == nullptr || message == nullptr) return false;
-  std::ifstream in(file, std::ios::binary);
+bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& error) {
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) {
-    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot open %s: %s", file, std::strerror(errno));
+    error = std::strerror(errno);
     return false;
   }
-  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) {
-    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot read %s", file);
+  // One read into a buffer of the file's size: no regrowth, no second copy.
+  const std::streamoff size = in.tellg();
+  in.seekg(0);
+  if (size < 0 || !in) {
+    error = "cannot tell the file's size";
+    return false;
+  }
+  bytes.resize(static_cast<size_t>(size));
+  if (size > 0 && !in.read(&bytes[0], size)) {
+    error = "read error";
+    return false;
+  }
+  return true;
+}
+
+bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message) {
+  if (file == nullptr || message == nullptr) return false;
+  std::string bytes;
+  std::string error;
+  if (!ReadFileBytes(file, bytes, error)) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot read %s: %s", file, error.c_str());
     return false;
   }
   if (!message->ParseFromString(bytes)) {
