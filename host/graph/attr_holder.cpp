@@ -4,22 +4,22 @@
 
 namespace tov {
 
-AttrHolder::AttrList::const_iterator AttrHolder::LowerBound(const std::string& name) const {
+AttrHolder::AttrList::const_iterator AttrHolder::LowerBound(std::string_view name) const {
   return std::lower_bound(
       attrs_.begin(), attrs_.end(), name,
-      [](const auto& entry, const std::string& key) { return entry.first < key; });
+      [](const auto& entry, std::string_view key) { return entry.first < key; });
 }
 
-const AttrValue* AttrHolder::FindAttr(const std::string& name) const {
+const AttrValue* AttrHolder::FindAttr(std::string_view name) const {
   auto it = LowerBound(name);
   return it != attrs_.end() && it->first == name ? &it->second : nullptr;
 }
 
-AttrValue* AttrHolder::MutableAttr(const std::string& name) {
+AttrValue* AttrHolder::MutableAttr(std::string_view name) {
   return const_cast<AttrValue*>(FindAttr(name));
 }
 
-graphStatus AttrHolder::GetAttr(const std::string& name, AttrValue& value) const {
+graphStatus AttrHolder::GetAttr(std::string_view name, AttrValue& value) const {
   const AttrValue* held = FindAttr(name);
   if (held == nullptr) return GRAPH_NOT_FOUND;
   value = *held;
@@ -40,7 +40,7 @@ graphStatus AttrHolder::SetAttr(const std::string& name, AttrValue&& value) {
   return GRAPH_SUCCESS;
 }
 
-graphStatus AttrHolder::DelAttr(const std::string& name) {
+graphStatus AttrHolder::DelAttr(std::string_view name) {
   auto it = LowerBound(name);
   if (it == attrs_.end() || it->first != name) return GRAPH_NOT_FOUND;
   attrs_.erase(it);

@@ -2,6 +2,7 @@
 #define TOV_GRAPH_ATTR_HOLDER_H
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,23 +19,23 @@ class AttrHolder {
 
   // GRAPH_SUCCESS and a copy of the value when the attribute exists; otherwise GRAPH_NOT_FOUND
   // and the value untouched.
-  graphStatus GetAttr(const std::string& name, AttrValue& value) const;
+  graphStatus GetAttr(std::string_view name, AttrValue& value) const;
   // Creates or replaces.
   graphStatus SetAttr(const std::string& name, const AttrValue& value);
   graphStatus SetAttr(const std::string& name, AttrValue&& value);
   // GRAPH_SUCCESS when the attribute existed and is now gone, GRAPH_NOT_FOUND otherwise.
-  graphStatus DelAttr(const std::string& name);
-  bool HasAttr(const std::string& name) const { return FindAttr(name) != nullptr; }
+  graphStatus DelAttr(std::string_view name);
+  bool HasAttr(std::string_view name) const { return FindAttr(name) != nullptr; }
 
   // The value without a copy; null when absent.
-  const AttrValue* FindAttr(const std::string& name) const;
-  AttrValue* MutableAttr(const std::string& name);
+  const AttrValue* FindAttr(std::string_view name) const;
+  AttrValue* MutableAttr(std::string_view name);
   const AttrList& GetAllAttrs() const { return attrs_; }
   // Replaces every attribute; the list need not be sorted and later duplicates win.
   void SetAllAttrs(AttrList attrs);
 
  private:
-  AttrList::const_iterator LowerBound(const std::string& name) const;
+  AttrList::const_iterator LowerBound(std::string_view name) const;
   AttrList attrs_;
 };
 
