@@ -107,16 +107,11 @@ class ModelParserFactory {
 };
 
 // Creates a T with the non-throwing allocation. The result's object is null when that
-// allocation failed; a failure to allocate the reference count still throws.
+// allocation failed. A failure to allocate the reference count still throws; the shared
+// pointer's constructor then deletes the object itself.
 template <typename T, typename... Args>
 std::shared_ptr<T> make_shared_nothrow(Args&&... args) {
-  T* object = new (std::nothrow) T(std::forward<Args>(args)...);
-  try {
-    return std::shared_ptr<T>(object);
-  } catch (...) {
-    delete object;
-    throw;
-  }
+  return std::shared_ptr<T>(new (std::nothrow) T(std::forward<Args>(args)...));
 }
 
 }  // namespace tesu

@@ -1,5 +1,7 @@
 #include "graph/op_desc.h"
 
+#include "log/log.h"
+
 namespace tov {
 namespace {
 const TensorDesc& EmptyDesc() {
@@ -35,13 +37,21 @@ std::shared_ptr<TensorDesc> OpDesc::MutableOutputDesc(uint32_t index) const {
 }
 
 graphStatus OpDesc::UpdateInputDesc(uint32_t index, const TensorDesc& desc) {
-  if (index >= inputs_.size()) return GRAPH_PARAM_INVALID;
+  if (index >= inputs_.size()) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "node \"%s\" (%s) has no input description %u",
+                 name_.c_str(), type_.c_str(), index);
+    return GRAPH_PARAM_INVALID;
+  }
   *inputs_[index] = desc;
   return GRAPH_SUCCESS;
 }
 
 graphStatus OpDesc::UpdateOutputDesc(uint32_t index, const TensorDesc& desc) {
-  if (index >= outputs_.size()) return GRAPH_PARAM_INVALID;
+  if (index >= outputs_.size()) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "node \"%s\" (%s) has no output description %u",
+                 name_.c_str(), type_.c_str(), index);
+    return GRAPH_PARAM_INVALID;
+  }
   *outputs_[index] = desc;
   return GRAPH_SUCCESS;
 }
