@@ -90,13 +90,14 @@ TEST(ConverterAllocationFailure, IsReportedWithItsStatusAndLine) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.line);
+    const bool batchNorm = std::string(row.type) == "BatchNorm";
     testkit::ModelBuilder model;
     model.Data("x");
     for (const char* name : {"p0", "p1", "p2", "p3"}) model.ConstInt32(name, {1});
     testkit::OpBuilder op = model.Unary("n", row.type, "x");
     op.Attr("axes", Ints{1}).Attr("block_shape", Ints{2, 2}).Attr("crops", Ints{0, 0, 0, 0});
     op.Input("p0");
-    if (std::string(row.type) == "BatchNorm") op.Input("p1").Input("p2").Input("p3");
+    if (batchNorm) op.Input("p1").Input("p2").Input("p3");
     auto graph = convtest::Load(model);
     const std::vector<std::string> namesBefore = testkit::NodeNames(*graph);
 
@@ -109,8 +110,7 @@ TEST(ConverterAllocationFailure, IsReportedWithItsStatusAndLine) {
     EXPECT_EQ(status, row.status);
     convtest::ExpectSingleLine(log, Line(row.function, row.line, row.message));
     EXPECT_EQ(testkit::NodeNames(*graph), namesBefore);
-    EXPECT_EQ(convtest::WeightsOf(*graph, "n").size(),
-              std::string(row.type) == "BatchNorm" ? 4u : 1u);
+    EXPECT_EQ(convtest::WeightsOf(*graph, "n").size(), batchNorm ? 4u : 1u);
   }
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,61 +21,48 @@
 namespace convtest {
 
 using Ints = std::vector<int64_t>;
-constexpr uint32_t kNotRun = 0xFFFFFFFFu;
+using Names = std::vector<std::string>;
 
-// The model's graph; an empty graph, and a test failure, when the model is refused.
+// The model's graph; the test stops when the model is refused.
 inline std::shared_ptr<tov::ComputeGraph> Load(const testkit::ModelBuilder& model) {
   std::shared_ptr<tov::ComputeGraph> graph = model.LoadGraph();
-  if (graph != nullptr) return graph;
-  ADD_FAILURE() << "test model refused";
-  return std::make_shared<tov::ComputeGraph>();
+  if (graph == nullptr) throw std::runtime_error("test model refused");
+  return graph;
+}
+
+inline tov::Node& NodeOf(const tov::ComputeGraph& graph, const std::string& name) {
+  const tov::NodePtr node = graph.FindNode(name);
+  if (node == nullptr) throw std::runtime_error("no node " + name);
+  return *node;
+}
+
+inline tov::OpDesc& Desc(const tov::ComputeGraph& graph, const std::string& name) {
+  return *NodeOf(graph, name).GetOpDesc();
 }
 
 // Looks the node's current type up in the converter registry and runs that converter.
-inline uint32_t Convert(tov::ComputeGraph& graph, const std::string& nodeName) {
-  const tov::NodePtr node = testkit::NodeNamed(graph, nodeName);
-  if (node == nullptr) {
-    ADD_FAILURE() << "no node " << nodeName;
-    return kNotRun;
-  }
-  const auto& registry = tesu::GetParserFuncMap();
-  const auto entry = registry.find(node->ROLE(NodeSpec).Type());
-  if (entry == registry.end()) {
-    ADD_FAILURE() << "no converter for " << node->ROLE(NodeSpec).Type();
-    return kNotRun;
-  }
-  return entry->second(*node, graph);
+inline uint32_t Convert(tov::ComputeGraph& graph, const std::string& name) {
+  tov::Node& node = NodeOf(graph, name);
+  return tesu::GetParserFuncMap().at(node.GetType())(node, graph);
 }
 
 // The attribute's value when it exists with kind T.
 template <typename T>
-std::optional<T> AttrOf(const tov::ComputeGraph& graph, const std::string& nodeName,
+std::optional<T> AttrOf(const tov::ComputeGraph& graph, const std::string& name,
                         const std::string& attr) {
-  const tov::NodePtr node = testkit::NodeNamed(graph, nodeName);
-  const tov::AttrValue* value = node == nullptr ? nullptr : node->GetOpDesc()->FindAttr(attr);
+  const tov::AttrValue* value = Desc(graph, name).FindAttr(attr);
   const T* held = value == nullptr ? nullptr : value->Get<T>();
   return held == nullptr ? std::nullopt : std::optional<T>(*held);
 }
 
-inline std::string TypeOf(const tov::ComputeGraph& graph, const std::string& nodeName) {
-  const tov::NodePtr node = testkit::NodeNamed(graph, nodeName);
-  return node == nullptr ? "<missing>" : node->GetType();
-}
-
 inline std::vector<tov::TensorPtr> WeightsOf(const tov::ComputeGraph& graph,
-                                             const std::string& nodeName) {
-  const tov::NodePtr node = testkit::NodeNamed(graph, nodeName);
-  return node == nullptr ? std::vector<tov::TensorPtr>{} : tov::OpDescUtils::MutableWeights(*node);
+                                             const std::string& name) {
+  return tov::OpDescUtils::MutableWeights(NodeOf(graph, name));
 }
 
-inline std::vector<bool> ConstFlagsOf(const tov::ComputeGraph& graph, const std::string& nodeName) {
-  const tov::NodePtr node = testkit::NodeNamed(graph, nodeName);
-  return node == nullptr ? std::vector<bool>{} : node->GetOpDesc()->GetIsInputConst();
-}
-
-// The one log line expected of a converter failure, as printed.
-inline std::string Line(const std::string& function, int line, const std::string& message) {
-  return "orvane_util " + function + "(" + std::to_string(line) + ")::" + message;
+// The one log line of a converter failure, as printed.
+inline std::string Line(const std::string& function, int line, const std::string& text) {
+  return "orvane_util " + function + "(" + std::to_string(line) + ")::" + text;
 }
 
 inline std::string Quoted(const std::string& text) {

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -14,13 +13,13 @@
 
 namespace {
 
-using convtest::AttrOf;
 using convtest::Convert;
+using convtest::Desc;
+using convtest::Ints;
 using convtest::Line;
+using convtest::Names;
 using convtest::Quoted;
-using Names = std::vector<std::string>;
 using Edit = std::function<void(testkit::OpBuilder&)>;
-using AddConstants = std::function<void(testkit::ModelBuilder&)>;
 
 Names Numbered(const std::string& prefix, size_t count) {
   Names names;
@@ -28,14 +27,22 @@ Names Numbered(const std::string& prefix, size_t count) {
   return names;
 }
 
-// Data x0..x2, the constants, then `name` of `type` fed by `inputs` (constness flags from the
-// producers' names), then `consumers` Relu nodes c0, c1, ... fed by its output 0.
-std::shared_ptr<tov::ComputeGraph> ReplacementGraph(const std::string& type, const Names& inputs,
-                                                    size_t consumers, const AddConstants& constants,
-                                                    const Edit& edit) {
+bool IsBatchNorm(const std::string& type) {
+  return type.rfind("BatchNorm", 0) == 0;
+}
+
+// Data x0..x2, then n of `type` fed by `inputs`: an input named p<i> is a FLOAT constant, one
+// named "axis" an INT32 constant holding `axis`; then `consumers` Relu nodes c0, c1, ... fed by
+// n's output 0.
+std::shared_ptr<tov::ComputeGraph> ReplacementGraph(
+    const std::string& type, const Names& inputs, size_t consumers,
+    const std::vector<int32_t>& axis, const Edit& edit = [](auto&) {}) {
   testkit::ModelBuilder model;
   for (const std::string& data : Numbered("x", 3)) model.Data(data);
-  constants(model);
+  for (const std::string& input : inputs) {
+    if (input[0] == 'p') model.ConstFloat(input, {1.0f}, {1});
+    if (input == "axis") model.ConstInt32(input, axis, axis.empty() ? Ints{0} : Ints{});
+  }
   testkit::OpBuilder op = model.Op("n", type);
   std::vector<bool> flags;
   for (const std::string& input : inputs) {
@@ -48,177 +55,117 @@ std::shared_ptr<tov::ComputeGraph> ReplacementGraph(const std::string& type, con
   return convtest::Load(model);
 }
 
-void ExpectUnchanged(const tov::ComputeGraph& graph, const Names& namesBefore,
-                     const std::string& type) {
-  EXPECT_EQ(testkit::NodeNames(graph), namesBefore);
-  EXPECT_EQ(convtest::TypeOf(graph, "n"), type);
-}
+const Names kBatchNormInputs = {"x0", "p0", "p1", "p2", "p3"};
 
-// Every node name once, in the original order; the replaced node has default descriptions.
-void ExpectReplacedInPlace(const tov::ComputeGraph& graph, Names namesBefore,
-                           const std::string& droppedConst) {
-  namesBefore.erase(std::remove(namesBefore.begin(), namesBefore.end(), droppedConst),
-                    namesBefore.end());
-  EXPECT_EQ(testkit::NodeNames(graph), namesBefore);
-  const tov::OpDescPtr desc = testkit::NodeNamed(graph, "n")->GetOpDesc();
-  EXPECT_EQ(desc->GetOutputsSize(), 1u);
-  EXPECT_EQ(desc->GetOutputDesc(0), tov::TensorDesc());
-  EXPECT_EQ(desc->GetInputDesc(0), tov::TensorDesc());
-  EXPECT_FALSE(desc->HasAttr("carried"));
-  EXPECT_EQ(AttrOf<int64_t>(graph, "n", "version"), 5);
-}
-
-AddConstants FourStatistics(size_t count = 4) {
-  return [count](testkit::ModelBuilder& model) {
-    for (const std::string& name : Numbered("p", count)) model.ConstFloat(name, {1.0f}, {1});
-  };
-}
-
-struct BatchNormCase {
+struct ReplacementCase {
   const char* type;
   size_t consumers;
-  std::optional<float> epsilon;
 };
-std::ostream& operator<<(std::ostream& out, const BatchNormCase& c) {
+std::ostream& operator<<(std::ostream& out, const ReplacementCase& c) {
   return out << c.type << " with " << c.consumers << " consumers";
 }
 
-class BatchNormReplacement : public ::testing::TestWithParam<BatchNormCase> {};
+class NodeReplacement : public ::testing::TestWithParam<ReplacementCase> {};
 
-TEST_P(BatchNormReplacement, BecomesBNInferenceFedAndConsumedLikeTheSource) {
-  const BatchNormCase& param = GetParam();
-  auto graph = ReplacementGraph(param.type, {"x0", "p0", "p1", "p2", "p3"}, param.consumers,
-                                FourStatistics(), [&](testkit::OpBuilder& op) {
-                                  op.Attr("momentum", 0.5f);
-                                  if (param.epsilon) op.Attr("epsilon", *param.epsilon);
-                                });
-  const Names namesBefore = testkit::NodeNames(*graph);
+// Every node keeps its place (Concat's axis constant is gone); the new node has default
+// descriptions, the data inputs (and BatchNorm's weights) and the consumers in order.
+TEST_P(NodeReplacement, TakesOverPlaceProducersAndConsumers) {
+  const bool batchNorm = IsBatchNorm(GetParam().type);
+  const Names inputs = batchNorm ? kBatchNormInputs : Names{"x0", "x1", "x2", "axis"};
+  auto graph = ReplacementGraph(GetParam().type, inputs, GetParam().consumers, {1});
+  Names names = testkit::NodeNames(*graph);
+  names.erase(std::remove(names.begin(), names.end(), "axis"), names.end());
 
   ASSERT_EQ(Convert(*graph, "n"), 0u);
-  ExpectReplacedInPlace(*graph, namesBefore, "");
-  const tov::NodePtr node = testkit::NodeNamed(*graph, "n");
-  EXPECT_EQ(node->GetType(), "BNInference");
-  EXPECT_EQ(testkit::ProducersOf(*node), (Names{"x0", "p0", "p1", "p2", "p3"}));
-  EXPECT_EQ(testkit::ConsumersOf(*node), Numbered("c", param.consumers));
-  EXPECT_EQ(node->GetOpDesc()->GetIsInputConst(),
-            (std::vector<bool>{false, true, true, true, true}));
-  EXPECT_EQ(AttrOf<float>(*graph, "n", "epsilon"), param.epsilon.value_or(0.0001f));
-  EXPECT_EQ(AttrOf<float>(*graph, "n", "momentum"), 0.9f);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "n", "mode"), 1);
-  EXPECT_EQ(AttrOf<bool>(*graph, "n", "use_global_stats"), true);
+  EXPECT_EQ(testkit::NodeNames(*graph), names);
+  const tov::OpDesc& desc = Desc(*graph, "n");
+  EXPECT_EQ(desc.GetType(), batchNorm ? "BNInference" : "ConcatD");
+  EXPECT_EQ(desc.GetOutputsSize(), 1u);
+  EXPECT_EQ(desc.GetOutputDesc(0), tov::TensorDesc());
+  EXPECT_EQ(desc.GetInputDesc(0), tov::TensorDesc());
+  const tov::Node& node = convtest::NodeOf(*graph, "n");
+  EXPECT_EQ(testkit::ProducersOf(node), (batchNorm ? inputs : Names{"x0", "x1", "x2"}));
+  EXPECT_EQ(testkit::ConsumersOf(node), Numbered("c", GetParam().consumers));
+  const std::vector<bool> flags{false, true, true, true, true};
+  EXPECT_EQ(desc.GetIsInputConst(), batchNorm ? flags : std::vector<bool>{});
 }
 
-INSTANTIATE_TEST_SUITE_P(ConsumerCounts, BatchNormReplacement,
-                         ::testing::Values(BatchNormCase{"BatchNorm", 0, std::nullopt},
-                                           BatchNormCase{"BatchNormExt2", 1, 0.001f},
-                                           BatchNormCase{"BatchNorm", 3, std::nullopt}));
+INSTANTIATE_TEST_SUITE_P(
+    ConsumerCounts, NodeReplacement,
+    ::testing::Values(ReplacementCase{"BatchNorm", 0}, ReplacementCase{"BatchNormExt2", 1},
+                      ReplacementCase{"BatchNorm", 3}, ReplacementCase{"Concat", 0},
+                      ReplacementCase{"ConcatV2", 1}, ReplacementCase{"Concat", 3}));
 
-TEST(BatchNormReplacement, RefusesWrongInputsAndTrainingModeWithoutTouchingTheGraph) {
+// The new node carries only its own attributes: an axis becomes concat_dim, and an input
+// count is kept when the source has one.
+TEST(NodeReplacement, NewNodeGetsItsOwnAttributes) {
   struct Row {
+    const char* type;
     Names inputs;
-    size_t constants;
-    bool training;
-    uint32_t status;
-    int line;
-    const char* message;
+    std::vector<int32_t> axis;
+    Edit edit;
+    const char* attrs;
   };
-  const char* kInputs = "BatchNorm should have 1 non const input and 4 weights";
   const Row rows[] = {
-      {{"x0", "p0", "p1", "p2"}, 3, false, 3, 66, kInputs},
-      {{"x0", "p0", "p1", "p2", "p3", "p4"}, 5, false, 3, 66, kInputs},
-      {{"x0", "x1", "p0", "p1", "p2", "p3"}, 4, false, 3, 66, kInputs},
-      {{"x0", "p0", "p1", "p2", "p3"}, 4, true, 1, 73, "only support is_training as false"},
+      {"BatchNorm",
+       kBatchNormInputs,
+       {},
+       [](auto& op) { op.Attr("momentum", 0.5f); },
+       "epsilon=0.0001 mode=1 momentum=0.9 use_global_stats=true version=5"},
+      {"BatchNormExt2",
+       kBatchNormInputs,
+       {},
+       [](auto& op) { op.Attr("epsilon", 0.001f); },
+       "epsilon=0.001 mode=1 momentum=0.9 use_global_stats=true version=5"},
+      {"Concat", {"x0", "x1", "axis"}, {1}, [](auto&) {}, "concat_dim=1 version=5"},
+      {"ConcatV2",
+       {"x0", "axis"},
+       {-1},
+       [](auto& op) { op.Attr("N", 3); },
+       "N=3 concat_dim=-1 version=5"},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(::testing::PrintToString(row.inputs));
-    auto graph =
-        ReplacementGraph("BatchNormExt2", row.inputs, 1, FourStatistics(row.constants),
-                         [&](testkit::OpBuilder& op) { op.Attr("is_training", row.training); });
-    const Names namesBefore = testkit::NodeNames(*graph);
-    testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "n"), row.status);
-    convtest::ExpectSingleLine(log, Line("BatchNormParserFunc", row.line, Quoted(row.message)));
-    ExpectUnchanged(*graph, namesBefore, "BatchNormExt2");
+    SCOPED_TRACE(row.attrs);
+    auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis, row.edit);
+    ASSERT_EQ(Convert(*graph, "n"), 0u);
+    EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")), row.attrs);
   }
 }
 
-AddConstants Int32Axis(std::vector<int32_t> values) {
-  return [values](testkit::ModelBuilder& model) {
-    model.ConstInt32("axis", values,
-                     values.empty() ? std::vector<int64_t>{0} : std::vector<int64_t>{});
-  };
-}
-
-struct ConcatCase {
-  const char* type;
-  size_t consumers;
-};
-std::ostream& operator<<(std::ostream& out, const ConcatCase& c) {
-  return out << c.type << " with " << c.consumers << " consumers";
-}
-
-class ConcatReplacement : public ::testing::TestWithParam<ConcatCase> {};
-
-TEST_P(ConcatReplacement, BecomesConcatDOverTheDataInputsAndDropsTheAxisConstant) {
-  auto graph = ReplacementGraph(GetParam().type, {"x0", "x1", "x2", "axis"}, GetParam().consumers,
-                                Int32Axis({1}), [](testkit::OpBuilder&) {});
-  const Names namesBefore = testkit::NodeNames(*graph);
-
-  ASSERT_EQ(Convert(*graph, "n"), 0u);
-  ExpectReplacedInPlace(*graph, namesBefore, "axis");
-  const tov::NodePtr node = testkit::NodeNamed(*graph, "n");
-  EXPECT_EQ(node->GetType(), "ConcatD");
-  EXPECT_EQ(testkit::ProducersOf(*node), (Names{"x0", "x1", "x2"}));
-  EXPECT_EQ(testkit::ConsumersOf(*node), Numbered("c", GetParam().consumers));
-  EXPECT_EQ(testkit::CountByType(*graph, "Const"), 0u);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "n", "concat_dim"), 1);
-  EXPECT_FALSE(AttrOf<int64_t>(*graph, "n", "N").has_value());
-  EXPECT_TRUE(node->GetOpDesc()->GetIsInputConst().empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(ConsumerCounts, ConcatReplacement,
-                         ::testing::Values(ConcatCase{"Concat", 0}, ConcatCase{"ConcatV2", 1},
-                                           ConcatCase{"Concat", 3}));
-
-TEST(ConcatReplacement, OneDataInputNegativeAxisAndInputCountAreKept) {
-  auto graph = ReplacementGraph("ConcatV2", {"x0", "axis"}, 1, Int32Axis({-1}),
-                                [](testkit::OpBuilder& op) { op.Attr("N", 3); });
-  ASSERT_EQ(Convert(*graph, "n"), 0u);
-  EXPECT_EQ(testkit::ProducersOf(*testkit::NodeNamed(*graph, "n")), Names{"x0"});
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "n", "concat_dim"), -1);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "n", "N"), 3);
-}
-
-TEST(ConcatReplacement, RefusesUnusableInputsOrAxisWithoutTouchingTheGraph) {
+TEST(NodeReplacement, RefusesUnusableInputsWithoutTouchingTheGraph) {
   struct Row {
+    const char* type;
     Names inputs;
-    AddConstants constants;
+    std::vector<int32_t> axis;
+    bool training;
     uint32_t status;
     int line;
     std::string message;
   };
-  const AddConstants int64Axis = [](testkit::ModelBuilder& model) {
-    model.ConstInt64("axis", {1});
-  };
-  const AddConstants twoAxes = [](testkit::ModelBuilder& model) {
-    model.ConstInt32("axis", {1});
-    model.ConstInt32("axis2", {1});
-  };
+  const std::string inputs = Quoted("BatchNorm should have 1 non const input and 4 weights");
+  const std::string training = Quoted("only support is_training as false");
   const Row rows[] = {
-      {{"x0"}, Int32Axis({1}), 1, 131, Quoted("input size should more than 1")},
-      {{"x0", "x1"}, Int32Axis({1}), 3, 146, Quoted("node: n, weightsVec size : 0")},
-      {{"x0", "axis", "axis2"}, twoAxes, 3, 146, Quoted("node: n, weightsVec size : 2")},
-      {{"x0", "axis"}, int64Axis, 3, 152, Quoted("node: n, data type : 9")},
-      {{"x0", "axis"}, Int32Axis({}), 3, 154, "param[\"pData\"] must not be null."},
+      {"BatchNormExt2", {"x0", "p0", "p1", "p2"}, {}, false, 3, 66, inputs},
+      {"BatchNormExt2", {"x0", "p0", "p1", "p2", "p3", "p4"}, {}, false, 3, 66, inputs},
+      {"BatchNormExt2", {"x0", "x1", "p0", "p1", "p2", "p3"}, {}, false, 3, 66, inputs},
+      {"BatchNormExt2", kBatchNormInputs, {}, true, 1, 73, training},
+      {"Concat", {"x0"}, {1}, false, 1, 131, Quoted("input size should more than 1")},
+      {"Concat", {"x0", "x1"}, {1}, false, 3, 146, Quoted("node: n, weightsVec size : 0")},
+      {"Concat", {"x0", "p0", "p1"}, {}, false, 3, 146, Quoted("node: n, weightsVec size : 2")},
+      {"Concat", {"x0", "p0"}, {}, false, 3, 152, Quoted("node: n, data type : 0")},
+      {"Concat", {"x0", "axis"}, {}, false, 3, 154, "param[\"pData\"] must not be null."},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.line);
-    auto graph = ReplacementGraph("Concat", row.inputs, 1, row.constants, [](auto&) {});
+    SCOPED_TRACE(row.message);
+    auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis,
+                                  [&](auto& op) { op.Attr("is_training", row.training); });
     const Names namesBefore = testkit::NodeNames(*graph);
     testkit::LogCapture log;
     EXPECT_EQ(Convert(*graph, "n"), row.status);
-    convtest::ExpectSingleLine(log, Line("ConcatParserFunc", row.line, row.message));
-    ExpectUnchanged(*graph, namesBefore, "Concat");
+    const char* function = IsBatchNorm(row.type) ? "BatchNormParserFunc" : "ConcatParserFunc";
+    convtest::ExpectSingleLine(log, Line(function, row.line, row.message));
+    EXPECT_EQ(testkit::NodeNames(*graph), namesBefore);
+    EXPECT_EQ(Desc(*graph, "n").GetType(), row.type);
   }
 }
 

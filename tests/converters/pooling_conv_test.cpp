@@ -1,6 +1,7 @@
+// MaxPool and the convolutions keep the height and width entries of their list attributes; the
+// converter registry keeps its first registration.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,38 +12,23 @@ namespace {
 
 using convtest::AttrOf;
 using convtest::Convert;
+using convtest::Desc;
 using convtest::Ints;
 using convtest::Line;
 using convtest::Quoted;
-using Edit = std::function<void(testkit::OpBuilder&)>;
 
-void Erase(testkit::OpBuilder& op, const std::string& attr) {
-  op.Def().mutable_attr()->erase(attr);
-}
+// One attribute change: erased, then set to `text` or `list` when given.
+struct AttrEdit {
+  const char* name;
+  const char* text;
+  Ints list;
+};
 
-// Replaces a list attribute that the graph builders below start with (Attr appends to a list).
-testkit::OpBuilder& List(testkit::OpBuilder& op, const std::string& attr, const Ints& values) {
-  Erase(op, attr);
-  return op.Attr(attr, values);
-}
-
-// A MaxPool with a complete, valid set of source attributes, then changed by `edit`.
-std::shared_ptr<tov::ComputeGraph> PoolGraph(const Edit& edit) {
-  testkit::ModelBuilder model;
-  model.Data("x");
-  testkit::OpBuilder pool = model.Unary("pool", "MaxPool", "x");
-  pool.Attr("ksize", Ints{1, 3, 3, 1})
-      .Attr("strides", Ints{1, 2, 2, 1})
-      .Attr("padding", "SAME")
-      .Attr("data_format", "NHWC");
-  edit(pool);
-  return convtest::Load(model);
-}
-
-// A convolution fed by x and by one Const weight per shape, then changed by `edit`.
-std::shared_ptr<tov::ComputeGraph> ConvGraph(const std::string& type,
-                                             const std::vector<Ints>& weightShapes,
-                                             const Edit& edit) {
+// x, w0, w1, ... -> n: a MaxPool with a valid set of source attributes, or a convolution with
+// unit dilations and strides fed by one Const weight per shape; then `edits`.
+std::shared_ptr<tov::ComputeGraph> Graph(const std::string& type,
+                                         const std::vector<AttrEdit>& edits,
+                                         const std::vector<Ints>& weightShapes = {}) {
   testkit::ModelBuilder model;
   model.Data("x");
   for (size_t i = 0; i < weightShapes.size(); ++i) {
@@ -50,184 +36,138 @@ std::shared_ptr<tov::ComputeGraph> ConvGraph(const std::string& type,
     for (int64_t dim : weightShapes[i]) count *= static_cast<size_t>(dim);
     model.ConstFloat("w" + std::to_string(i), std::vector<float>(count, 1.0f), weightShapes[i]);
   }
-  testkit::OpBuilder conv = model.Op("conv", type).Input("x");
-  for (size_t i = 0; i < weightShapes.size(); ++i) conv.Input("w" + std::to_string(i));
-  conv.Output().Attr("dilations", Ints{1, 1, 1, 1}).Attr("strides", Ints{1, 1, 1, 1});
-  edit(conv);
+  testkit::OpBuilder op = model.Op("n", type).Input("x").Output();
+  for (size_t i = 0; i < weightShapes.size(); ++i) op.Input("w" + std::to_string(i));
+  if (type == "MaxPool") {
+    op.Attr("ksize", Ints{1, 3, 3, 1}).Attr("strides", Ints{1, 2, 2, 1});
+    op.Attr("padding", "SAME").Attr("data_format", "NHWC");
+  } else {
+    op.Attr("dilations", Ints{1, 1, 1, 1}).Attr("strides", Ints{1, 1, 1, 1});
+  }
+  for (const AttrEdit& edit : edits) {
+    op.Def().mutable_attr()->erase(edit.name);
+    if (edit.text != nullptr) op.Attr(edit.name, edit.text);
+    if (!edit.list.empty()) op.Attr(edit.name, edit.list);
+  }
   return convtest::Load(model);
 }
 
-// Pooling windows and convolution strides keep the height and width entries of the format.
 TEST(SpatialPair, PoolingAndConvolutionKeepHeightAndWidthOfTheFormat) {
-  struct Row {
-    const char* format;
-    Ints values;
-    Ints pair;
-  };
-  const Row rows[] = {{"NHWC", {1, 2, 3, 4}, {2, 3}}, {"NCHW", {1, 2, 3, 4}, {3, 4}}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.format);
-    auto pool = PoolGraph([&](testkit::OpBuilder& op) {
-      List(List(op, "ksize", row.values), "strides", Ints{5, 6, 7, 8})
-          .Attr("data_format", row.format);
-    });
-    ASSERT_EQ(Convert(*pool, "pool"), 0u);
-    EXPECT_EQ(AttrOf<Ints>(*pool, "pool", "window"), row.pair);
-    EXPECT_EQ(AttrOf<Ints>(*pool, "pool", "stride"), (Ints{row.pair[0] + 4, row.pair[1] + 4}));
+  const std::pair<const char*, Ints> rows[] = {{"NHWC", {2, 3}}, {"NCHW", {3, 4}}};
+  for (const auto& [format, pair] : rows) {
+    SCOPED_TRACE(format);
+    const Ints stridePair{pair[0] + 4, pair[1] + 4};
+    auto pool = Graph("MaxPool", {{"ksize", nullptr, {1, 2, 3, 4}},
+                                  {"strides", nullptr, {5, 6, 7, 8}},
+                                  {"data_format", format, {}}});
+    ASSERT_EQ(Convert(*pool, "n"), 0u);
+    EXPECT_EQ(AttrOf<Ints>(*pool, "n", "window"), pair);
+    EXPECT_EQ(AttrOf<Ints>(*pool, "n", "stride"), stridePair);
 
-    auto conv = ConvGraph("Conv2D", {}, [&](testkit::OpBuilder& op) {
-      List(List(op, "dilations", row.values), "strides", Ints{5, 6, 7, 8, 9})
-          .Attr("data_format", row.format);
-    });
-    ASSERT_EQ(Convert(*conv, "conv"), 0u);
-    EXPECT_EQ(AttrOf<Ints>(*conv, "conv", "dilations"), row.pair);
-    EXPECT_EQ(AttrOf<Ints>(*conv, "conv", "strides"), (Ints{row.pair[0] + 4, row.pair[1] + 4}));
+    auto conv = Graph("Conv2D", {{"dilations", nullptr, {1, 2, 3, 4}},
+                                 {"strides", nullptr, {5, 6, 7, 8, 9}},
+                                 {"data_format", format, {}}});
+    ASSERT_EQ(Convert(*conv, "n"), 0u);
+    EXPECT_EQ(AttrOf<Ints>(*conv, "n", "dilations"), pair);
+    EXPECT_EQ(AttrOf<Ints>(*conv, "n", "strides"), stridePair);
   }
 }
 
+// Defaults are written where the node has no value of its own; the source attributes go.
 TEST(MaxPoolConverter, WritesPoolingAttributesAndDropsTheSourceOnes) {
-  auto graph = PoolGraph([](testkit::OpBuilder&) {});
-  ASSERT_EQ(Convert(*graph, "pool"), 0u);
-  EXPECT_EQ(convtest::TypeOf(*graph, "pool"), "PoolingD");
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "pool", "mode"), 0);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "pool", "ceil_mode"), 0);
-  EXPECT_EQ(AttrOf<bool>(*graph, "pool", "global_pooling"), false);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "pool", "pad_mode"), 6);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "pool", "data_mode"), 1);
-  EXPECT_EQ(AttrOf<Ints>(*graph, "pool", "pad"), (Ints{0, 0, 0, 0}));
-  for (const char* gone : {"ksize", "strides", "padding", "data_format"}) {
-    EXPECT_FALSE(testkit::NodeNamed(*graph, "pool")->GetOpDesc()->HasAttr(gone)) << gone;
+  auto graph = Graph("MaxPool", {});
+  ASSERT_EQ(Convert(*graph, "n"), 0u);
+  EXPECT_EQ(Desc(*graph, "n").GetType(), "PoolingD");
+  EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
+            "ceil_mode=0 data_mode=1 global_pooling=false mode=0 pad=[0,0,0,0] pad_mode=6 "
+            "stride=[2,2] window=[3,3]");
+
+  graph = Graph("MaxPool", {{"padding", "VALID", {}}, {"pad", nullptr, {1, 1, 1, 1}}});
+  Desc(*graph, "n").SetAttr("ceil_mode", tov::AttrValue::CreateFrom(int64_t{1}));
+  Desc(*graph, "n").SetAttr("global_pooling", tov::AttrValue::CreateFrom(true));
+  ASSERT_EQ(Convert(*graph, "n"), 0u);
+  EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
+            "ceil_mode=1 data_mode=1 global_pooling=true mode=0 pad=[1,1,1,1] pad_mode=5 "
+            "stride=[2,2] window=[3,3]");
+}
+
+TEST(ConvConverter, ConvolutionKeepsGroupsOrDefaultsThemAndReplacesPadMode) {
+  for (const int64_t groups : {int64_t{0}, int64_t{4}}) {
+    auto graph = Graph("Conv2D", {{"dilations", nullptr, {1, 1, 2, 2}}}, {{8, 3, 3, 3}, {8}});
+    if (groups != 0) Desc(*graph, "n").SetAttr("groups", tov::AttrValue::CreateFrom(groups));
+    Desc(*graph, "n").SetAttr("pad_mode", tov::AttrValue::CreateFrom(int64_t{3}));
+    ASSERT_EQ(Convert(*graph, "n"), 0u);
+    EXPECT_EQ(Desc(*graph, "n").GetType(), "Convolution");
+    EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
+              "dilations=[2,2] groups=" + std::to_string(groups != 0 ? groups : 1) +
+                  " pad_mode=0 strides=[1,1]");
+    EXPECT_EQ(convtest::WeightsOf(*graph, "n")[0]->GetTensorDesc().GetShape().GetDim(0), 8);
   }
-
-  auto valid = PoolGraph([](testkit::OpBuilder& op) { op.Attr("padding", "VALID"); });
-  ASSERT_EQ(Convert(*valid, "pool"), 0u);
-  EXPECT_EQ(AttrOf<int64_t>(*valid, "pool", "pad_mode"), 5);
 }
 
-TEST(MaxPoolConverter, KeepsPoolingValuesTheNodeAlreadyHas) {
-  auto graph = PoolGraph([](testkit::OpBuilder& op) {
-    op.Attr("ceil_mode", 1).Attr("global_pooling", true).Attr("pad", Ints{1, 1, 1, 1});
-  });
-  ASSERT_EQ(Convert(*graph, "pool"), 0u);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "pool", "ceil_mode"), 1);
-  EXPECT_EQ(AttrOf<bool>(*graph, "pool", "global_pooling"), true);
-  EXPECT_EQ(AttrOf<Ints>(*graph, "pool", "pad"), (Ints{1, 1, 1, 1}));
-}
-
-TEST(MaxPoolConverter, RefusesIncompleteOrUnknownAttributes) {
+// A refused node keeps its source type (a MaxPool is retyped first); a pooling window is written
+// only when the padding alone is wrong.
+TEST(PoolAndConvConverters, RefuseIncompleteOrUnknownAttributes) {
   struct Row {
-    Edit edit;
+    const char* type;
+    AttrEdit edit;
     int line;
     const char* message;
   };
   const Row rows[] = {
-      {[](auto& op) { Erase(op, "ksize"); }, 378, "get ksize fail."},
-      {[](auto& op) {
-         List(op, "ksize", Ints{1, 3, 3, 1, 1});
-       },
-       379, "ksize size should be 4"},
-      {[](auto& op) { Erase(op, "strides"); }, 382, "get strides fail."},
-      {[](auto& op) {
-         List(op, "strides", Ints{1, 2, 2});
-       },
-       383, "strides size should be 4"},
-      {[](auto& op) { Erase(op, "padding"); }, 385, "get padding fail."},
-      {[](auto& op) { Erase(op, "data_format"); }, 388, "get dataFormat fail."},
-      {[](auto& op) { op.Attr("data_format", "nhwc"); }, 409, "dont support dataFormat nhwc"},
-      {[](auto& op) { op.Attr("padding", "same"); }, 417, "dont support padding same"},
+      {"MaxPool", {"ksize", nullptr, {}}, 378, "get ksize fail."},
+      {"MaxPool", {"ksize", nullptr, {1, 3, 3, 1, 1}}, 379, "ksize size should be 4"},
+      {"MaxPool", {"strides", nullptr, {}}, 382, "get strides fail."},
+      {"MaxPool", {"strides", nullptr, {1, 2, 2}}, 383, "strides size should be 4"},
+      {"MaxPool", {"padding", nullptr, {}}, 385, "get padding fail."},
+      {"MaxPool", {"data_format", nullptr, {}}, 388, "get dataFormat fail."},
+      {"MaxPool", {"data_format", "nhwc", {}}, 409, "dont support dataFormat nhwc"},
+      {"MaxPool", {"padding", "same", {}}, 417, "dont support padding same"},
+      {"Conv2D", {"dilations", nullptr, {}}, 212, "get dilations fail."},
+      {"Conv2D", {"dilations", nullptr, {1, 1, 1}}, 214, "dilations size error!"},
+      {"Conv2D", {"strides", nullptr, {}}, 219, "get strides fail."},
+      {"Conv2D", {"strides", nullptr, {1, 2, 2}}, 221, "strides size error! size : 3"},
+      {"Conv2D", {"data_format", "nchw", {}}, 236, "dont support dataFormat nchw"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.line);
-    auto graph = PoolGraph(row.edit);
+    const bool pool = std::string(row.type) == "MaxPool";
+    auto graph = Graph(row.type, {row.edit});
     testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "pool"), 1u);
-    convtest::ExpectSingleLine(log, Line("OrvaneMaxPoolParserFunc", row.line, Quoted(row.message)));
-    EXPECT_EQ(convtest::TypeOf(*graph, "pool"), "PoolingD");
-    // Only a bad padding is found after the window and stride were written.
-    EXPECT_EQ(AttrOf<Ints>(*graph, "pool", "window").has_value(), row.line == 417);
+    EXPECT_EQ(Convert(*graph, "n"), 1u);
+    const char* function = pool ? "OrvaneMaxPoolParserFunc" : "ConvParserFunc";
+    convtest::ExpectSingleLine(log, Line(function, row.line, Quoted(row.message)));
+    EXPECT_EQ(Desc(*graph, "n").GetType(), pool ? "PoolingD" : "Conv2D");
+    EXPECT_EQ(Desc(*graph, "n").HasAttr("window"), pool && row.line == 417);
   }
-}
-
-TEST(ConvConverter, ConvolutionDefaultsGroupsAndFormatAndReplacesPadMode) {
-  auto graph = ConvGraph("Conv2D", {{8, 3, 3, 3}, {8}}, [](testkit::OpBuilder& op) {
-    List(op, "dilations", Ints{1, 1, 2, 2}).Attr("pad_mode", 3);
-  });
-  ASSERT_EQ(Convert(*graph, "conv"), 0u);
-  EXPECT_EQ(convtest::TypeOf(*graph, "conv"), "Convolution");
-  EXPECT_EQ(AttrOf<Ints>(*graph, "conv", "dilations"), (Ints{2, 2}));
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "conv", "groups"), 1);
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "conv", "pad_mode"), 0);
-
-  auto grouped = ConvGraph("Conv2D", {}, [](testkit::OpBuilder& op) { op.Attr("groups", 4); });
-  ASSERT_EQ(Convert(*grouped, "conv"), 0u);
-  EXPECT_EQ(AttrOf<int64_t>(*grouped, "conv", "groups"), 4);
-}
-
-TEST(ConvConverter, RefusesMissingShortOrUnknownAttributes) {
-  struct Row {
-    Edit edit;
-    int line;
-    const char* message;
-  };
-  const Row rows[] = {
-      {[](auto& op) { Erase(op, "dilations"); }, 212, "get dilations fail."},
-      {[](auto& op) {
-         List(op, "dilations", Ints{1, 1, 1});
-       },
-       214, "dilations size error!"},
-      {[](auto& op) { Erase(op, "strides"); }, 219, "get strides fail."},
-      {[](auto& op) {
-         List(op, "strides", Ints{1, 2, 2});
-       },
-       221, "strides size error! size : 3"},
-      {[](auto& op) { op.Attr("data_format", "nchw"); }, 236, "dont support dataFormat nchw"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.line);
-    auto graph = ConvGraph("Conv2D", {}, row.edit);
-    testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "conv"), 1u);
-    convtest::ExpectSingleLine(log, Line("ConvParserFunc", row.line, Quoted(row.message)));
-    EXPECT_EQ(convtest::TypeOf(*graph, "conv"), "Conv2D");
-    EXPECT_EQ(AttrOf<int64_t>(*graph, "conv", "pad_mode"), 0);
-  }
-}
-
-TEST(ConvConverter, DepthwiseFoldsTheWeightsFirstTwoDimensions) {
-  auto graph = ConvGraph("DepthwiseConv2D", {{2, 16, 3, 3}},
-                         [](testkit::OpBuilder& op) { op.Attr("groups", 32); });
-  ASSERT_EQ(Convert(*graph, "conv"), 0u);
-  EXPECT_EQ(convtest::TypeOf(*graph, "conv"), "ConvolutionDepthwise");
-  EXPECT_FALSE(AttrOf<int64_t>(*graph, "conv", "groups").has_value());
-  EXPECT_EQ(AttrOf<int64_t>(*graph, "conv", "pad_mode"), 5);
-  const auto weights = convtest::WeightsOf(*graph, "conv");
-  ASSERT_EQ(weights.size(), 1u);
-  EXPECT_EQ(weights[0]->GetTensorDesc().GetShape().GetDims(), (Ints{32, 1, 3, 3}));
-  EXPECT_EQ(weights[0]->GetData().GetSize(), 288 * sizeof(float));
 }
 
 TEST(ConvConverter, DepthwiseRefusesAnythingButOneFourDimensionalWeight) {
-  struct Row {
-    std::vector<Ints> weights;
-    int line;
-    const char* message;
+  const std::pair<std::vector<Ints>, std::pair<int, const char*>> rows[] = {
+      {{{2, 16, 3, 3}, {2, 16, 3, 3}}, {247, "node: n, weightsVec size : 2"}},
+      {{}, {247, "node: n, weightsVec size : 0"}},
+      {{{16, 3, 3}}, {250, "Dim number of size must be 4."}},
   };
-  const Row rows[] = {
-      {{{2, 16, 3, 3}, {2, 16, 3, 3}}, 247, "node: conv, weightsVec size : 2"},
-      {{}, 247, "node: conv, weightsVec size : 0"},
-      {{{16, 3, 3}}, 250, "Dim number of size must be 4."},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.message);
-    auto graph = ConvGraph("DepthwiseConv2D", row.weights, [](testkit::OpBuilder&) {});
+  for (const auto& [weights, expected] : rows) {
+    SCOPED_TRACE(expected.second);
+    auto graph = Graph("DepthwiseConv2D", {}, weights);
     testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "conv"), 3u);
-    convtest::ExpectSingleLine(log, Line("ConvParserFunc", row.line, Quoted(row.message)));
-    EXPECT_EQ(convtest::TypeOf(*graph, "conv"), "DepthwiseConv2D");
-    for (const auto& weight : convtest::WeightsOf(*graph, "conv")) {
-      EXPECT_EQ(weight->GetTensorDesc().GetShape().GetDims()[0], row.weights[0][0]);
+    EXPECT_EQ(Convert(*graph, "n"), 3u);
+    convtest::ExpectSingleLine(log,
+                               Line("ConvParserFunc", expected.first, Quoted(expected.second)));
+    EXPECT_EQ(Desc(*graph, "n").GetType(), "DepthwiseConv2D");
+    for (const auto& weight : convtest::WeightsOf(*graph, "n")) {
+      EXPECT_EQ(weight->GetTensorDesc().GetShape().GetDims()[0], weights[0][0]);
     }
   }
+}
+
+TEST(ConverterRegistry, SecondRegistrationIsRefusedAndKeepsTheFirst) {
+  EXPECT_FALSE(tesu::RegisterOpParser("Relu", tesu::OrvaneAbsParserFunc));
+  using Converter = uint32_t (*)(tov::Node&, tov::ComputeGraph&);
+  const Converter* kept = tesu::GetParserFuncMap().at("Relu").target<Converter>();
+  ASSERT_NE(kept, nullptr);
+  EXPECT_EQ(*kept, &tesu::OrvaneReluParserFunc);
 }
 
 }  // namespace

@@ -132,7 +132,8 @@ TEST(CliCommandLineTest, RefusedLinesExitWithTwoAndSayWhy) {
       {{"--model", "m", "--bogus"}, "--bogus"},
       {{"--output", "o.pb"}, "--model is required"},
       {{"--model", "m", "--to-json"}, "--to-json needs --json"},
-      {{"--model", "m", "--to-json", "--json", "j", "--output", "o"}, "cannot be combined with --to-json"},
+      {{"--model", "m", "--to-json", "--json", "j", "--output", "o"},
+       "cannot be combined with --to-json"},
   };
   for (const Case& c : cases) {
     const Invocation r = Invoke(c.args);
@@ -149,8 +150,8 @@ TEST(CliCommandLineTest, HelpGivesAnExampleForEveryFlag) {
   for (const char* flag :
        {"--model", "--output", "--json", "--to-json", "--framework", "--plugin-dir",
         "--check_report", "--save_check_report", "--list-frameworks", "--input_shape", "--dot",
-        "--dot-source", "--profile",
-        "--input_type", "--input_format", "--out_nodes", "--output_format", "--log-level"}) {
+        "--dot-source", "--profile", "--input_type", "--input_format", "--out_nodes",
+        "--output_format", "--log-level"}) {
     EXPECT_TRUE(std::regex_search(r.out, std::regex(std::string("Example: ") + flag + "[ \n]")))
         << flag;
   }

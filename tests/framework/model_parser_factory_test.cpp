@@ -9,7 +9,6 @@
 namespace {
 
 using tesu::FrameworkType;
-using tesu::ModelParserFactory;
 
 class TaggedParser : public tesu::ModelParser {
  public:
@@ -26,42 +25,36 @@ tesu::ModelParserCreator CreatorWithTag(int tag) {
   return [tag] { return std::make_shared<TaggedParser>(tag); };
 }
 
-int TagOf(const std::shared_ptr<tesu::ModelParser>& parser) {
-  auto tagged = std::dynamic_pointer_cast<TaggedParser>(parser);
-  return tagged == nullptr ? -1 : tagged->tag;
-}
-
 class FactoryTest : public ::testing::Test {
  protected:
-  void SetUp() override { factory_->Clear(); }
-  void TearDown() override { factory_->Clear(); }
-  ModelParserFactory* factory_ = ModelParserFactory::Instance();
+  void SetUp() override { factory_.Clear(); }
+  void TearDown() override { factory_.Clear(); }
+  int CreatedTag(FrameworkType type) {
+    auto parser = std::dynamic_pointer_cast<TaggedParser>(factory_.CreateModelParser(type));
+    return parser == nullptr ? -1 : parser->tag;
+  }
+  tesu::ModelParserFactory& factory_ = *tesu::ModelParserFactory::Instance();
 };
 
-TEST_F(FactoryTest, SecondCreatorForOneFrameworkIsRefusedAndFirstStays) {
-  EXPECT_TRUE(factory_->RegisterCreator(tesu::FRAMEWORK_ORVANE, CreatorWithTag(1)));
-  EXPECT_FALSE(factory_->RegisterCreator(tesu::FRAMEWORK_ORVANE, CreatorWithTag(2)));
-  EXPECT_EQ(TagOf(factory_->CreateModelParser(tesu::FRAMEWORK_ORVANE)), 1);
-  EXPECT_EQ(factory_->RegistrationCount(), 1u);
-}
-
-TEST_F(FactoryTest, InvalidRegistrationsAreRefusedAndTypesAreListedAscending) {
-  EXPECT_FALSE(factory_->RegisterCreator(static_cast<FrameworkType>(-1), CreatorWithTag(1)));
-  EXPECT_FALSE(factory_->RegisterCreator(tesu::FRAMEWORK_MAX, CreatorWithTag(1)));
-  EXPECT_FALSE(factory_->RegisterCreator(tesu::FRAMEWORK_ORVANE, nullptr));
-  factory_->RegisterCreator(static_cast<FrameworkType>(9), CreatorWithTag(9));
-  factory_->RegisterCreator(static_cast<FrameworkType>(3), CreatorWithTag(3));
-  EXPECT_EQ(
-      factory_->RegisteredTypes(),
-      (std::vector<FrameworkType>{static_cast<FrameworkType>(3), static_cast<FrameworkType>(9)}));
-  EXPECT_EQ(factory_->CreateModelParser(tesu::FRAMEWORK_ORVANE), nullptr);
+TEST_F(FactoryTest, FirstValidCreatorPerFrameworkWinsAndTypesAreListedAscending) {
+  EXPECT_TRUE(factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, CreatorWithTag(1)));
+  EXPECT_FALSE(factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, CreatorWithTag(2)));
+  EXPECT_FALSE(factory_.RegisterCreator(static_cast<FrameworkType>(-1), CreatorWithTag(3)));
+  EXPECT_FALSE(factory_.RegisterCreator(tesu::FRAMEWORK_MAX, CreatorWithTag(3)));
+  EXPECT_FALSE(factory_.RegisterCreator(static_cast<FrameworkType>(3), nullptr));
+  EXPECT_TRUE(factory_.RegisterCreator(static_cast<FrameworkType>(3), CreatorWithTag(3)));
+  EXPECT_EQ(CreatedTag(tesu::FRAMEWORK_ORVANE), 1);
+  EXPECT_EQ(CreatedTag(static_cast<FrameworkType>(9)), -1);
+  EXPECT_EQ(factory_.RegistrationCount(), 2u);
+  EXPECT_EQ(factory_.RegisteredTypes(),
+            (std::vector<FrameworkType>{static_cast<FrameworkType>(3), tesu::FRAMEWORK_ORVANE}));
 }
 
 TEST_F(FactoryTest, ThrowingCreatorYieldsNoParser) {
-  factory_->RegisterCreator(tesu::FRAMEWORK_ORVANE, []() -> std::shared_ptr<tesu::ModelParser> {
+  factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, []() -> std::shared_ptr<tesu::ModelParser> {
     throw std::runtime_error("out of memory");
   });
-  EXPECT_EQ(factory_->CreateModelParser(tesu::FRAMEWORK_ORVANE), nullptr);
+  EXPECT_EQ(factory_.CreateModelParser(tesu::FRAMEWORK_ORVANE), nullptr);
 }
 
 }  // namespace

@@ -9,12 +9,10 @@
 
 namespace {
 
-using parsertest::IntAttr;
-using parsertest::Parse;
 constexpr int64_t kNone = -1;  // no "inferred_format" written
 
-// in -> a, in -> b, in -> split(3 outputs); split:1 -> c. Terminal nodes: a, b, c (split's
-// outputs 0 and 2 are unconsumed but split has an outgoing data edge).
+// in -> a, b, split (3 outputs), d; split:1 -> c; a -> d is a control edge only. Terminal nodes
+// in walk order: a, b, c, d (split's outputs 0 and 2 are unconsumed, but it has a data edge).
 testkit::ModelBuilder Outputs() {
   testkit::ModelBuilder model;
   model.Data("in");
@@ -22,27 +20,25 @@ testkit::ModelBuilder Outputs() {
   model.Unary("b", "Floor", "in");
   model.Op("split", "GatherNd").Input("in").Output().Output().Output();
   model.Unary("c", "Exp", "split:1");
+  model.Unary("d", "Exp", "in").Control("a");
   return model;
 }
 
-struct Case {
-  const char* what;
-  std::map<std::string, std::vector<int32_t>> outputNodes;
-  std::vector<tesu::TrelTensorFormat> formats;
-  std::map<std::string, int64_t> expected;  // node -> inferred_format, kNone for absent
-};
-
 TEST(ParserOutputFormat, MarksOutputsInWalkOrder) {
-  using F = tesu::TrelTensorFormat;
-  const F nc1hwc0 = tesu::TREL_FORMAT_NC1HWC0;
-  const F nhwc = tesu::TREL_FORMAT_NHWC;
-  const F nchw = tesu::TREL_FORMAT_NCHW;
-  const std::vector<Case> cases = {
+  struct Case {
+    const char* what;
+    std::map<std::string, std::vector<int32_t>> outputNodes;
+    std::vector<tesu::TrelTensorFormat> formats;
+    std::map<std::string, int64_t> expected;  // node -> inferred_format
+  };
+  const auto nc1hwc0 = tesu::TREL_FORMAT_NC1HWC0;
+  const auto nhwc = tesu::TREL_FORMAT_NHWC;
+  const auto nchw = tesu::TREL_FORMAT_NCHW;
+  const Case cases[] = {
       {"terminals by default, first asks NC1HWC0",
        {},
        {nc1hwc0},
-       {{"in", kNone}, {"a", 3}, {"b", 0}, {"split", kNone}, {"c", 0}}},
-      {"no formats at all", {}, {}, {{"a", 0}, {"b", 0}, {"c", 0}}},
+       {{"in", kNone}, {"a", 3}, {"b", 0}, {"split", kNone}, {"c", 0}, {"d", 0}}},
       {"only format 3 passes", {}, {nhwc, nc1hwc0, nc1hwc0}, {{"a", 0}, {"b", 3}, {"c", 3}}},
       {"designated output turns the default rule off",
        {{"b", {0}}},
@@ -52,36 +48,20 @@ TEST(ParserOutputFormat, MarksOutputsInWalkOrder) {
        {{"split", {0, 2}}, {"c", {0}}},
        {nc1hwc0, nchw, nc1hwc0},
        {{"split", 0}, {"c", 3}, {"a", kNone}}},
-      {"a repeated index counts once",
-       {{"a", {0, 0}}, {"b", {0}}},
-       {nchw, nc1hwc0},
-       {{"a", 0}, {"b", 3}}},
+      {"a repeated index counts once", {{"a", {0, 0}}, {"b", {0}}}, {nchw, nc1hwc0}, {{"b", 3}}},
       {"index beyond the outputs", {{"a", {1}}}, {nc1hwc0}, {{"a", kNone}, {"b", kNone}}},
-      {"unknown name", {{"nowhere", {0}}}, {nc1hwc0}, {{"a", kNone}, {"b", kNone}, {"c", kNone}}},
   };
   for (const auto& c : cases) {
     tesu::ParserOptions options;
     options.outputNodes = c.outputNodes;
     options.outputFormats = c.formats;
-    const auto outcome = Parse(Outputs(), options);
+    const auto outcome = parsertest::Parse(Outputs(), options);
     ASSERT_EQ(outcome.status, 0u) << c.what;
     for (const auto& [node, value] : c.expected) {
-      EXPECT_EQ(IntAttr(*outcome.graph, node, "inferred_format"), value) << c.what << ": " << node;
+      EXPECT_EQ(parsertest::IntAttr(*outcome.graph, node, "inferred_format"), value)
+          << c.what << ": " << node;
     }
   }
-}
-
-TEST(ParserOutputFormat, NodeWithOnlyControlSuccessorsIsATerminal) {
-  testkit::ModelBuilder model;
-  model.Data("in");
-  model.Unary("first", "Exp", "in");
-  model.Unary("second", "Exp", "in").Control("first");
-  tesu::ParserOptions options;
-  options.outputFormats = {tesu::TREL_FORMAT_NC1HWC0, tesu::TREL_FORMAT_NCHW};
-  const auto outcome = Parse(model, options);
-  ASSERT_EQ(outcome.status, 0u);
-  EXPECT_EQ(IntAttr(*outcome.graph, "first", "inferred_format"), 3);
-  EXPECT_EQ(IntAttr(*outcome.graph, "second", "inferred_format"), 0);
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "graph/attr_utils.h"
 #include "graph/base_buffer.h"
 #include "graph/compute_graph.h"
@@ -63,6 +65,15 @@ inline std::vector<testkit::LogLine> ParserLines(const testkit::LogCapture& logs
 // The exact text a parser log line carries.
 inline std::string LogText(const std::string& function, int line, const std::string& message) {
   return "orvane_parser " + function + "(" + std::to_string(line) + ")::" + message;
+}
+
+// Exactly one line was logged: an error under `module` with that text.
+inline void ExpectOnlyLine(const testkit::LogCapture& logs, const std::string& module,
+                           const std::string& text) {
+  ASSERT_EQ(logs.Lines().size(), 1u) << ::testing::PrintToString(logs.Texts());
+  EXPECT_EQ(logs.Lines()[0].level, AI_LOG_ERROR);
+  EXPECT_EQ(logs.Lines()[0].module, module);
+  EXPECT_EQ(logs.Lines()[0].text, text);
 }
 
 }  // namespace parsertest

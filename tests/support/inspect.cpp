@@ -1,4 +1,5 @@
 #include <cstring>
+#include <sstream>
 
 #include "model_builder.h"
 
@@ -51,6 +52,50 @@ std::vector<int32_t> Int32Data(const tov::Tensor& tensor) {
   if (!values.empty())
     std::memcpy(values.data(), buffer.GetData(), values.size() * sizeof(int32_t));
   return values;
+}
+
+namespace {
+
+template <typename T>
+void WriteValue(std::ostream& out, const T& value) {
+  out << value;
+}
+void WriteValue(std::ostream& out, bool value) {
+  out << (value ? "true" : "false");
+}
+template <typename T>
+bool WriteList(std::ostream& out, const tov::AttrValue& value) {
+  const std::vector<T>* list = value.Get<std::vector<T>>();
+  if (list == nullptr) return false;
+  out << "[";
+  for (size_t i = 0; i < list->size(); ++i) {
+    if (i > 0) out << ",";
+    WriteValue(out, static_cast<T>((*list)[i]));
+  }
+  out << "]";
+  return true;
+}
+template <typename T>
+bool WriteScalar(std::ostream& out, const tov::AttrValue& value) {
+  const T* held = value.Get<T>();
+  if (held != nullptr) WriteValue(out, *held);
+  return held != nullptr;
+}
+
+}  // namespace
+
+std::string AttrsText(const tov::OpDesc& desc) {
+  std::ostringstream out;
+  for (const auto& [name, value] : desc.GetAllAttrs()) {
+    out << (out.tellp() > 0 ? " " : "") << name << "=";
+    if (!(WriteScalar<int64_t>(out, value) || WriteScalar<float>(out, value) ||
+          WriteScalar<bool>(out, value) || WriteScalar<std::string>(out, value) ||
+          WriteList<int64_t>(out, value) || WriteList<float>(out, value) ||
+          WriteList<bool>(out, value) || WriteList<std::string>(out, value))) {
+      out << (value.Get<tov::TensorPtr>() != nullptr ? "tensor" : "none");
+    }
+  }
+  return out.str();
 }
 
 }  // namespace testkit

@@ -30,6 +30,9 @@ std::vector<std::string> ProducersOf(const tov::Node& node);
 std::vector<std::string> ConsumersOf(const tov::Node& node, int index = 0);
 // The bytes of a tensor as 32-bit integers.
 std::vector<int32_t> Int32Data(const tov::Tensor& tensor);
+// Every attribute of the node in name order, "name=value" separated by spaces: strings bare,
+// lists as [a,b], tensors as "tensor". A test compares the whole set in one line.
+std::string AttrsText(const tov::OpDesc& desc);
 
 }  // namespace testkit
 
