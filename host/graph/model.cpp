@@ -71,7 +71,14 @@ graphStatus Model::Save(tesu::proto::ModelDef& modelDef, bool withTensorData) co
 graphStatus Model::Save(google::protobuf::io::ZeroCopyOutputStream& stream) const {
   // Tensor bytes are lent to the message while it is written instead of being copied, so saving
   // a model costs little memory beyond the model itself.
-  tesu::proto::ModelDef modelDef;  // outlives tensorBytes, which gives the lent bytes back
+  // The message is built on an arena, like a loaded one, and outlives tensorBytes, which gives
+  // the lent bytes back.
+  google::protobuf::ArenaOptions options;
+  options.start_block_size = 64 * 1024;
+  options.max_block_size = 4 * 1024 * 1024;
+  google::protobuf::Arena arena(options);
+  tesu::proto::ModelDef& modelDef =
+      *google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
   TensorBytes tensorBytes(TensorBytes::Mode::kLend);
   const graphStatus status = BuildMessage(*this, graph_, modelDef, tensorBytes);
   if (status != GRAPH_SUCCESS) return status;
