@@ -456,6 +456,13 @@ const std::map<std::string, std::string>& SupportedOperatorTable() {
   return ORVANE_OP_MAP;
 }
 
+// Runs one step of the parse, timed for --profile.
+template <typename Step>
+Status TimedStep(const char* name, Step step) {
+  ProfileScope scope(name);
+  return step();
+}
+
 Status OrvaneModelParser::ParseFromMemory(ParserOptions& options,
                                           std::vector<tov::BaseBuffer>& modelBuffer,
                                           tov::Graph& graph) {
@@ -465,11 +472,9 @@ Status OrvaneModelParser::ParseFromMemory(ParserOptions& options,
     return FAILED;
   }
   tov::Model model;
-  Status ret = SUCCESS;
-  {
-    ProfileScope step("load model");
-    ret = model.Load(modelBuffer[0].data(), static_cast<size_t>(modelBuffer[0].size()));
-  }
+  Status ret = TimedStep("load model", [&] {
+    return model.Load(modelBuffer[0].data(), static_cast<size_t>(modelBuffer[0].size()));
+  });
   if (ret != SUCCESS) {
     return ret;
   }
@@ -481,31 +486,19 @@ Status OrvaneModelParser::ParseFromMemory(ParserOptions& options,
   }
 
   // Each pass sees the graph as the previous one left it: the fusion still sees source types,
-  // the output marking sees converted nodes.
-  {
-    ProfileScope step("support check");
-    ret = CheckNodeSupport(options, *ovComputeGraph);
+  // the output marking sees converted nodes. The first failing pass ends the parse.
+  tov::ComputeGraph& computeGraph = *ovComputeGraph;
+  ret = TimedStep("support check", [&] { return CheckNodeSupport(options, computeGraph); });
+  if (ret == SUCCESS) {
+    ret = TimedStep("ReduceMean-Reshape fusion",
+                    [&] { return FusionReduceMeanAndReshape(computeGraph); });
   }
-  if (ret != SUCCESS) {
-    return ret;
+  if (ret == SUCCESS) {
+    ret = TimedStep("node conversion", [&] { return ConvertNodesAttrInfo(options, computeGraph); });
   }
-  {
-    ProfileScope step("ReduceMean-Reshape fusion");
-    ret = FusionReduceMeanAndReshape(*ovComputeGraph);
-  }
-  if (ret != SUCCESS) {
-    return ret;
-  }
-  {
-    ProfileScope step("node conversion");
-    ret = ConvertNodesAttrInfo(options, *ovComputeGraph);
-  }
-  if (ret != SUCCESS) {
-    return ret;
-  }
-  {
-    ProfileScope step("output formats");
-    ret = SetOutputNodeInferredFormat(options, *ovComputeGraph);
+  if (ret == SUCCESS) {
+    ret = TimedStep("output formats",
+                    [&] { return SetOutputNodeInferredFormat(options, computeGraph); });
   }
   if (ret != SUCCESS) {
     return ret;
