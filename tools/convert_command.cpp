@@ -15,7 +15,7 @@
 #include "model_file.h"
 #include "model_summary.h"
 #include "output_files.h"
-#include "plugin_loader.h"
+#include "framework/plugin_loader.h"
 #include "summary.h"
 
 namespace tesu {

@@ -1,14 +1,12 @@
 // Finds and loads parser plug-ins. A plug-in registers its parsers with the parser factory while
-// it loads, so loading is all the CLI does with it.
-#ifndef TESU_TOOLS_PLUGIN_LOADER_H
-#define TESU_TOOLS_PLUGIN_LOADER_H
+// it loads, so loading is all a host does with it.
+#ifndef TESU_FRAMEWORK_PLUGIN_LOADER_H
+#define TESU_FRAMEWORK_PLUGIN_LOADER_H
 
 #include <string>
 #include <vector>
 
 namespace tesu {
-namespace cli {
-
 // The directory to search: `flagValue` when set, else $TESU_PLUGIN_DIR when set, else
 // "plugins" next to the running executable.
 std::string ResolvePluginDirectory(const std::string& flagValue);
@@ -23,7 +21,6 @@ struct PluginLoadResult {
 // be listed; a library that fails to load is recorded and the others are still loaded.
 bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& error);
 
-}  // namespace cli
 }  // namespace tesu
 
 #endif

@@ -1,4 +1,4 @@
-#include "plugin_loader.h"
+#include "framework/plugin_loader.h"
 
 #include <dlfcn.h>
 
@@ -8,7 +8,6 @@
 #include <system_error>
 
 namespace tesu {
-namespace cli {
 namespace {
 
 namespace fs = std::filesystem;
@@ -57,5 +56,4 @@ bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& 
   return true;
 }
 
-}  // namespace cli
 }  // namespace tesu
