@@ -14,10 +14,46 @@ OutDataAnchorPtr InDataAnchor::GetPeerOutAnchor() const {
 
 RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> OutDataAnchor::GetPeerInDataAnchors() const {
   std::vector<InDataAnchorPtr> peers;
-  peers.reserve(peers_.size());
-  for (InDataAnchor* peer : peers_) peers.push_back(peer->shared_from_this());
+  peers.reserve(consumerCount_);
+  for (InDataAnchor* peer : GetPeersRaw()) peers.push_back(peer->shared_from_this());
   return RangeVistor<InDataAnchorPtr, OutDataAnchorPtr>(
       std::const_pointer_cast<OutDataAnchor>(shared_from_this()), std::move(peers));
+}
+
+InDataAnchor* OutDataAnchor::ConsumerAt(size_t position) const {
+  InDataAnchor* at = firstConsumer_;
+  for (; at != nullptr && position > 0; --position) at = at->nextConsumer_;
+  return at;
+}
+
+void OutDataAnchor::Link(InDataAnchor& consumer) {
+  consumer.peer_ = this;
+  consumer.prevConsumer_ = lastConsumer_;
+  consumer.nextConsumer_ = nullptr;
+  (lastConsumer_ != nullptr ? lastConsumer_->nextConsumer_ : firstConsumer_) = &consumer;
+  lastConsumer_ = &consumer;
+  ++consumerCount_;
+}
+
+void OutDataAnchor::Unlink(InDataAnchor& consumer) {
+  (consumer.prevConsumer_ != nullptr ? consumer.prevConsumer_->nextConsumer_ : firstConsumer_) =
+      consumer.nextConsumer_;
+  (consumer.nextConsumer_ != nullptr ? consumer.nextConsumer_->prevConsumer_ : lastConsumer_) =
+      consumer.prevConsumer_;
+  consumer.peer_ = nullptr;
+  consumer.prevConsumer_ = consumer.nextConsumer_ = nullptr;
+  --consumerCount_;
+}
+
+void OutDataAnchor::UnlinkAll() {
+  for (InDataAnchor* at = firstConsumer_; at != nullptr;) {
+    InDataAnchor* next = at->nextConsumer_;
+    at->peer_ = nullptr;
+    at->prevConsumer_ = at->nextConsumer_ = nullptr;
+    at = next;
+  }
+  firstConsumer_ = lastConsumer_ = nullptr;
+  consumerCount_ = 0;
 }
 
 }  // namespace tov

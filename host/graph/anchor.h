@@ -10,6 +10,7 @@ namespace tov {
 
 class Node;
 class InDataAnchor;
+class ConsumerRange;
 class OutDataAnchor;
 
 // A snapshot of an anchor's peers: a copy, so iterating it stays safe while edges change.
@@ -53,7 +54,8 @@ class Anchor {
 using InDataAnchorPtr = std::shared_ptr<InDataAnchor>;
 using OutDataAnchorPtr = std::shared_ptr<OutDataAnchor>;
 
-// A data input: at most one producer.
+// A data input: at most one producer. Consumers of one output are chained through their inputs,
+// so adding or removing an edge touches only its two ends and their neighbours.
 class InDataAnchor : public Anchor, public std::enable_shared_from_this<InDataAnchor> {
  public:
   using Anchor::Anchor;
@@ -63,7 +65,37 @@ class InDataAnchor : public Anchor, public std::enable_shared_from_this<InDataAn
  private:
   friend class GraphUtils;
   friend class LegacyGraph;
+  friend class OutDataAnchor;
+  friend class ConsumerRange;
   OutDataAnchor* peer_ = nullptr;
+  InDataAnchor* prevConsumer_ = nullptr;  // siblings among the consumers of peer_
+  InDataAnchor* nextConsumer_ = nullptr;
+};
+
+// The consumers of an output, in the order their edges were added. A live view: it must not be
+// iterated while edges of that output change (take GetPeerInDataAnchors() for that).
+class ConsumerRange {
+ public:
+  class iterator {
+   public:
+    explicit iterator(InDataAnchor* at) : at_(at) {}
+    InDataAnchor* operator*() const { return at_; }
+    iterator& operator++();
+    bool operator==(const iterator& other) const { return at_ == other.at_; }
+    bool operator!=(const iterator& other) const { return at_ != other.at_; }
+
+   private:
+    InDataAnchor* at_;
+  };
+  ConsumerRange(InDataAnchor* first, size_t size) : first_(first), size_(size) {}
+  iterator begin() const { return iterator(first_); }
+  iterator end() const { return iterator(nullptr); }
+  size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+
+ private:
+  InDataAnchor* first_;
+  size_t size_;
 };
 
 // A data output: any number of consumers, kept in the order the edges were added.
@@ -71,14 +103,28 @@ class OutDataAnchor : public Anchor, public std::enable_shared_from_this<OutData
  public:
   using Anchor::Anchor;
   RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> GetPeerInDataAnchors() const;
-  const std::vector<InDataAnchor*>& GetPeersRaw() const { return peers_; }
-  size_t GetPeerInDataNodesSize() const { return peers_.size(); }
+  ConsumerRange GetPeersRaw() const { return ConsumerRange(firstConsumer_, consumerCount_); }
+  size_t GetPeerInDataNodesSize() const { return consumerCount_; }
+  // The consumer of edge `position`, or null; O(position).
+  InDataAnchor* ConsumerAt(size_t position) const;
 
  private:
   friend class GraphUtils;
   friend class LegacyGraph;
-  std::vector<InDataAnchor*> peers_;
+  void Link(InDataAnchor& consumer);
+  void Unlink(InDataAnchor& consumer);
+  // Detaches every consumer at once; O(consumers).
+  void UnlinkAll();
+
+  InDataAnchor* firstConsumer_ = nullptr;
+  InDataAnchor* lastConsumer_ = nullptr;
+  size_t consumerCount_ = 0;
 };
+
+inline ConsumerRange::iterator& ConsumerRange::iterator::operator++() {
+  at_ = at_->nextConsumer_;
+  return *this;
+}
 
 }  // namespace tov
 

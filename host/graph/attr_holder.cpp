@@ -7,7 +7,7 @@ namespace tov {
 AttrHolder::AttrList::const_iterator AttrHolder::LowerBound(std::string_view name) const {
   return std::lower_bound(
       attrs_.begin(), attrs_.end(), name,
-      [](const auto& entry, std::string_view key) { return entry.first < key; });
+      [](const auto& entry, std::string_view key) { return entry.first.str() < key; });
 }
 
 const AttrValue* AttrHolder::FindAttr(std::string_view name) const {
@@ -26,12 +26,16 @@ graphStatus AttrHolder::GetAttr(std::string_view name, AttrValue& value) const {
   return GRAPH_SUCCESS;
 }
 
-graphStatus AttrHolder::SetAttr(const std::string& name, const AttrValue& value) {
-  return SetAttr(name, AttrValue(value));
+graphStatus AttrHolder::SetAttr(std::string_view name, const AttrValue& value) {
+  return SetAttr(AttrName::Intern(name), AttrValue(value));
 }
 
-graphStatus AttrHolder::SetAttr(const std::string& name, AttrValue&& value) {
-  auto it = attrs_.begin() + (LowerBound(name) - attrs_.cbegin());
+graphStatus AttrHolder::SetAttr(std::string_view name, AttrValue&& value) {
+  return SetAttr(AttrName::Intern(name), std::move(value));
+}
+
+graphStatus AttrHolder::SetAttr(AttrName name, AttrValue&& value) {
+  auto it = attrs_.begin() + (LowerBound(name.str()) - attrs_.cbegin());
   if (it != attrs_.end() && it->first == name) {
     it->second = std::move(value);
   } else {
@@ -48,19 +52,30 @@ graphStatus AttrHolder::DelAttr(std::string_view name) {
 }
 
 void AttrHolder::SetAllAttrs(AttrList attrs) {
-  // Stable sort keeps input order among equal names; the last of them wins.
-  std::stable_sort(attrs.begin(), attrs.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  AttrList unique;
-  unique.reserve(attrs.size());
-  for (auto& entry : attrs) {
-    if (!unique.empty() && unique.back().first == entry.first) {
-      unique.back().second = std::move(entry.second);
+  // A stable order keeps input order among equal names, so the last of them wins. Short lists,
+  // the usual case, are sorted in place by insertion, which allocates nothing.
+  const auto byName = [](const auto& a, const auto& b) { return a.first < b.first; };
+  if (attrs.size() <= 16) {
+    for (size_t i = 1; i < attrs.size(); ++i) {
+      for (size_t j = i; j > 0 && byName(attrs[j], attrs[j - 1]); --j) {
+        std::swap(attrs[j], attrs[j - 1]);
+      }
+    }
+  } else {
+    std::stable_sort(attrs.begin(), attrs.end(), byName);
+  }
+  size_t kept = 0;
+  for (size_t i = 0; i < attrs.size(); ++i) {
+    if (kept > 0 && attrs[kept - 1].first == attrs[i].first) {
+      attrs[kept - 1].second = std::move(attrs[i].second);
+    } else if (kept != i) {
+      attrs[kept++] = std::move(attrs[i]);
     } else {
-      unique.push_back(std::move(entry));
+      ++kept;
     }
   }
-  attrs_ = std::move(unique);
+  attrs.erase(attrs.begin() + static_cast<std::ptrdiff_t>(kept), attrs.end());
+  attrs_ = std::move(attrs);
 }
 
 }  // namespace tov

@@ -6,14 +6,16 @@
 #include <utility>
 #include <vector>
 
+#include "graph/attr_name.h"
 #include "graph/attr_value.h"
 
 namespace tov {
 
-// Named attributes, kept sorted by name so that every listing is deterministic.
+// Named attributes, kept in one flat list sorted by name so that every listing is deterministic.
+// Names are interned, so an attribute costs no allocation of its own.
 class AttrHolder {
  public:
-  using AttrList = std::vector<std::pair<std::string, AttrValue>>;
+  using AttrList = std::vector<std::pair<AttrName, AttrValue>>;
 
   virtual ~AttrHolder() = default;
 
@@ -21,8 +23,9 @@ class AttrHolder {
   // and the value untouched.
   graphStatus GetAttr(std::string_view name, AttrValue& value) const;
   // Creates or replaces.
-  graphStatus SetAttr(const std::string& name, const AttrValue& value);
-  graphStatus SetAttr(const std::string& name, AttrValue&& value);
+  graphStatus SetAttr(std::string_view name, const AttrValue& value);
+  graphStatus SetAttr(std::string_view name, AttrValue&& value);
+  graphStatus SetAttr(AttrName name, AttrValue&& value);
   // GRAPH_SUCCESS when the attribute existed and is now gone, GRAPH_NOT_FOUND otherwise.
   graphStatus DelAttr(std::string_view name);
   bool HasAttr(std::string_view name) const { return FindAttr(name) != nullptr; }
@@ -33,6 +36,8 @@ class AttrHolder {
   const AttrList& GetAllAttrs() const { return attrs_; }
   // Replaces every attribute; the list need not be sorted and later duplicates win.
   void SetAllAttrs(AttrList attrs);
+  // Room for `count` attributes, for callers that know how many they will set.
+  void ReserveAttrs(size_t count) { attrs_.reserve(count); }
 
  private:
   AttrList::const_iterator LowerBound(std::string_view name) const;

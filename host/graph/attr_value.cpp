@@ -9,7 +9,7 @@ bool AttrValue::IsEmptyList() const {
       [](const auto& held) {
         using T = std::decay_t<decltype(held)>;
         if constexpr (std::is_same_v<T, std::vector<std::string>> ||
-                      std::is_same_v<T, std::vector<int64_t>> ||
+                      std::is_same_v<T, IntList> ||
                       std::is_same_v<T, std::vector<float>> ||
                       std::is_same_v<T, std::vector<bool>>) {
           return held.empty();
@@ -20,9 +20,21 @@ bool AttrValue::IsEmptyList() const {
       value_);
 }
 
+bool AttrValue::GetValue(std::vector<int64_t>& out) const {
+  if (const IntList* held = std::get_if<IntList>(&value_)) {
+    out.assign(held->begin(), held->end());
+    return true;
+  }
+  if (IsEmptyList()) {
+    out.clear();
+    return true;
+  }
+  return false;
+}
+
 bool AttrValue::GetValue(std::vector<int32_t>& out) const {
   std::vector<int64_t> wide;
-  if (!ReadList(wide)) return false;
+  if (!GetValue(wide)) return false;
   for (int64_t value : wide) {
     if (value < std::numeric_limits<int32_t>::min() ||
         value > std::numeric_limits<int32_t>::max()) {

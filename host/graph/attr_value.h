@@ -6,15 +6,19 @@
 #include <variant>
 #include <vector>
 
+#include "graph/small_vector.h"
 #include "graph/tensor.h"
 
 namespace tov {
 
 // One attribute value of a fixed kind. Reads of another kind fail, with two exceptions that
 // models rely on: an empty list reads as an empty list of any kind, and a list of 64-bit
-// integers reads as 32-bit integers when every value fits.
+// integers reads as 32-bit integers when every value fits. Short integer lists (strides, pads,
+// axes) are kept inline.
 class AttrValue {
  public:
+  using IntList = SmallVector<int64_t, 4>;
+
   enum class Kind {
     kNone,
     kString,
@@ -36,7 +40,8 @@ class AttrValue {
   static AttrValue CreateFrom(std::string value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(const char* value) { return AttrValue(std::string(value)); }
   static AttrValue CreateFrom(TensorPtr value) { return AttrValue(std::move(value)); }
-  static AttrValue CreateFrom(std::vector<int64_t> value) { return AttrValue(std::move(value)); }
+  static AttrValue CreateFrom(const std::vector<int64_t>& value) { return AttrValue(IntList(value)); }
+  static AttrValue CreateFrom(IntList value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(std::vector<float> value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(std::vector<bool> value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(std::vector<std::string> value) {
@@ -53,7 +58,7 @@ class AttrValue {
   bool GetValue(std::string& out) const { return Read(out); }
   bool GetValue(TensorPtr& out) const { return Read(out); }
   bool GetValue(std::vector<std::string>& out) const { return ReadList(out); }
-  bool GetValue(std::vector<int64_t>& out) const { return ReadList(out); }
+  bool GetValue(std::vector<int64_t>& out) const;
   bool GetValue(std::vector<float>& out) const { return ReadList(out); }
   bool GetValue(std::vector<bool>& out) const { return ReadList(out); }
   bool GetValue(std::vector<int32_t>& out) const;
@@ -70,7 +75,7 @@ class AttrValue {
  private:
   // The order of the alternatives follows Kind.
   using Storage = std::variant<std::monostate, std::string, int64_t, float, bool, TensorPtr,
-                               std::vector<std::string>, std::vector<int64_t>, std::vector<float>,
+                               std::vector<std::string>, IntList, std::vector<float>,
                                std::vector<bool>>;
 
   template <typename T>

@@ -7,11 +7,13 @@
 
 namespace tov {
 
+LegacyGraph::LegacyGraph()
+    : arena_(GraphArena::Create()), nodes_(arena_->Resource()), byName_(arena_->Resource()) {}
+
 LegacyGraph::~LegacyGraph() {
   // Nodes can outlive the graph through shared handles; leave them without dangling peers.
   for (const NodePtr& node : nodes_) {
-    for (auto& anchor : node->inAnchors_) anchor->peer_ = nullptr;
-    for (auto& anchor : node->outAnchors_) anchor->peers_.clear();
+    for (auto& anchor : node->outAnchors_) anchor->UnlinkAll();
     node->inControl_.clear();
     node->outControl_.clear();
     node->graph_ = nullptr;
@@ -19,12 +21,12 @@ LegacyGraph::~LegacyGraph() {
   }
 }
 
-NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, std::list<NodePtr>::iterator where) {
-  auto node = std::make_shared<Node>(std::move(opDesc), static_cast<ComputeGraph*>(this));
+NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, NodeList::iterator where) {
+  auto node = MakeShared<Node>(arena_.get(), std::move(opDesc), static_cast<ComputeGraph*>(this));
   node->position_ = nodes_.insert(where, node);
   node->sequence_ = nextSequence_++;
-  auto entry = byName_.emplace(node->GetName(), node.get());
-  node->indexedName_ = &entry->first;
+  node->indexedName_ = arena_->CopyString(node->GetName());
+  byName_.emplace(node->indexedName_, node.get());
   ++nodeCount_;
   return node;
 }
@@ -49,11 +51,7 @@ void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
       GraphUtils::RemoveEdge(*peer, *anchor);
     }
   }
-  for (auto& anchor : node.outAnchors_) {
-    for (InDataAnchor* consumer : std::vector<InDataAnchor*>(anchor->peers_)) {
-      GraphUtils::RemoveEdge(*anchor, *consumer);
-    }
-  }
+  for (auto& anchor : node.outAnchors_) anchor->UnlinkAll();
   for (Node* from : std::vector<Node*>(node.inControl_)) {
     producers.push_back(from);
     GraphUtils::RemoveControlEdge(*from, node);
@@ -62,14 +60,14 @@ void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
 }
 
 void LegacyGraph::Erase(Node& node) {
-  auto namesakes = byName_.equal_range(*node.indexedName_);
+  auto namesakes = byName_.equal_range(node.indexedName_);
   for (auto it = namesakes.first; it != namesakes.second; ++it) {
     if (it->second == &node) {
       byName_.erase(it);
       break;
     }
   }
-  node.indexedName_ = nullptr;
+  node.indexedName_ = {};
   node.removed_ = true;
   node.graph_ = nullptr;
   --nodeCount_;
@@ -116,13 +114,18 @@ std::vector<NodePtr> LegacyGraph::GetDirectNode() const {
   return nodes;
 }
 
-NodePtr LegacyGraph::FindNode(const std::string& name) const {
+Node* LegacyGraph::FindNodeRaw(std::string_view name) const {
   auto namesakes = byName_.equal_range(name);
   Node* first = nullptr;
   for (auto it = namesakes.first; it != namesakes.second; ++it) {
     if (first == nullptr || it->second->sequence_ < first->sequence_) first = it->second;
   }
-  return first == nullptr ? nullptr : first->shared_from_this();
+  return first;
+}
+
+NodePtr LegacyGraph::FindNode(std::string_view name) const {
+  Node* found = FindNodeRaw(name);
+  return found == nullptr ? nullptr : found->shared_from_this();
 }
 
 void LegacyGraph::ForEachNode(const std::function<void(Node&)>& callback) const {
@@ -180,7 +183,9 @@ graphStatus GraphBypasser::ByPassNode(const Node& constNode) const {
   if (connected != 1) return GRAPH_PARAM_INVALID;
 
   for (const auto& anchor : node->OutAnchors()) {
-    for (InDataAnchor* consumer : std::vector<InDataAnchor*>(anchor->GetPeersRaw())) {
+    const RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> consumers =
+        anchor->GetPeerInDataAnchors();
+    for (const InDataAnchorPtr& consumer : consumers) {
       graphStatus status = GraphUtils::RemoveEdge(*anchor, *consumer);
       if (status == GRAPH_SUCCESS) status = GraphUtils::AddEdge(*source, *consumer);
       if (status != GRAPH_SUCCESS) return status;

@@ -5,11 +5,14 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <memory_resource>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "graph/attr_holder.h"
+#include "graph/graph_arena.h"
 #include "graph/node.h"
 
 namespace tov {
@@ -66,34 +69,44 @@ class LegacyGraph {
   graphStatus RemoveNode(Node& node);
 
   size_t GetNodesSize() const { return nodeCount_; }
+  // Room for that many nodes in the name index, for callers that know the count.
+  void ReserveNodes(size_t count) { byName_.reserve(count); }
+  // The storage of this graph's objects (see GraphArena).
+  GraphArena* Arena() const { return arena_.get(); }
   // A snapshot of the nodes in node-list order.
   std::vector<NodePtr> GetDirectNode() const;
   // A node with that name, or null; among namesakes, the one added first. O(1) expected.
-  NodePtr FindNode(const std::string& name) const;
+  NodePtr FindNode(std::string_view name) const;
+  // The same, without taking a reference.
+  Node* FindNodeRaw(std::string_view name) const;
   // Visits the nodes in order without copying the list; the callback must not add or remove.
   void ForEachNode(const std::function<void(Node&)>& callback) const;
 
  protected:
-  LegacyGraph() = default;
+  LegacyGraph();
 
  private:
   friend class GraphListWalker;
   friend class OpDescUtils;
   friend class NodeCompatibler;
 
-  NodePtr InsertAt(OpDescPtr opDesc, std::list<NodePtr>::iterator where);
+  NodePtr InsertAt(OpDescPtr opDesc, NodeList::iterator where);
   void DetachEdges(Node& node, std::vector<Node*>& orphanedConsts);
   void RemoveOrphanedConsts(std::vector<Node*>& candidates);
   void Erase(Node& node);
   void BeginWalk() { ++walkDepth_; }
   void EndWalk();
 
-  std::list<NodePtr> nodes_;
+  // Declared first, so the containers that allocate from it go before it.
+  std::shared_ptr<GraphArena> arena_;
+  NodeList nodes_;
   size_t nodeCount_ = 0;
-  std::unordered_multimap<std::string, Node*> byName_;
+  // Keys are copies of the names kept in the arena, so renaming a description cannot break
+  // the index.
+  std::pmr::unordered_multimap<std::string_view, Node*> byName_;
   uint64_t nextSequence_ = 0;
   int walkDepth_ = 0;
-  std::vector<std::list<NodePtr>::iterator> pendingErase_;
+  std::vector<NodeList::iterator> pendingErase_;
 };
 
 // The mutable graph that parsers edit in place.

@@ -22,8 +22,8 @@ std::string Escape(const std::string& text) {
   return escaped;
 }
 
-template <typename T>
-std::string JoinList(const std::vector<T>& values) {
+template <typename List>
+std::string JoinList(const List& values) {
   if (values.size() > kMaxListValues) return "[" + std::to_string(values.size()) + " values]";
   std::ostringstream out;
   out << "[";
@@ -48,7 +48,7 @@ std::string Describe(const AttrValue& value) {
     case Kind::kBool:
       return *value.Get<bool>() ? "true" : "false";
     case Kind::kListInt:
-      return JoinList(*value.Get<std::vector<int64_t>>());
+      return JoinList(*value.Get<AttrValue::IntList>());
     case Kind::kListFloat:
       return JoinList(*value.Get<std::vector<float>>());
     case Kind::kListBool:

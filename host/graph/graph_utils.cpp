@@ -12,16 +12,13 @@ graphStatus GraphUtils::AddEdge(OutDataAnchor& from, InDataAnchor& to) {
       producer->graph_ != consumer->graph_) {
     return GRAPH_PARAM_INVALID;
   }
-  to.peer_ = &from;
-  from.peers_.push_back(&to);
+  from.Link(to);
   return GRAPH_SUCCESS;
 }
 
 graphStatus GraphUtils::RemoveEdge(OutDataAnchor& from, InDataAnchor& to) {
   if (to.peer_ != &from) return GRAPH_NOT_FOUND;
-  auto it = std::find(from.peers_.begin(), from.peers_.end(), &to);
-  if (it != from.peers_.end()) from.peers_.erase(it);
-  to.peer_ = nullptr;
+  from.Unlink(to);
   return GRAPH_SUCCESS;
 }
 

@@ -1,5 +1,6 @@
 #include "graph/model_serializer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
 #include <unordered_map>
@@ -21,7 +22,8 @@ using tesu::proto::TensorDescriptor;
 
 constexpr char kModule[] = "GRAPH";
 
-// Collects the first problem found while loading; the caller logs it once.
+// Collects the first problem found while loading; the caller logs it once. Descriptions of where
+// a problem lies are callables, so their text is only built when there is a problem to report.
 struct LoadError {
   std::string subject;  // e.g. node "conv1" (Conv2D)
   std::string problem;
@@ -44,15 +46,16 @@ std::string NodeSubject(const OpDef& op) {
   return "node " + Quote(op.name()) + " (" + (op.type().empty() ? "no type" : op.type()) + ")";
 }
 
-graphStatus LoadDesc(const TensorDescriptor& def, const std::string& what, TensorDesc& desc,
+template <typename What>
+graphStatus LoadDesc(const TensorDescriptor& def, const What& what, TensorDesc& desc,
                      LoadError& error) {
   for (int64_t dim : def.shape()) {
     if (dim < -1) {
-      return error.Fail(what + " has dimension " + std::to_string(dim) +
+      return error.Fail(what() + " has dimension " + std::to_string(dim) +
                         " (only -1 may stand for an unknown size)");
     }
   }
-  desc.SetShape(Shape(std::vector<int64_t>(def.shape().begin(), def.shape().end())));
+  desc.MutableShape() = Shape(def.shape().begin(), def.shape().end());
   desc.SetDataType(static_cast<DataType>(def.dtype()));
   desc.SetFormat(static_cast<Format>(def.format()));
   TensorUtils::SetReuseInput(desc, def.reuse_input());
@@ -62,13 +65,15 @@ graphStatus LoadDesc(const TensorDescriptor& def, const std::string& what, Tenso
 void SaveDesc(const TensorDesc& desc, TensorDescriptor& def) {
   def.set_dtype(desc.GetDataType());
   def.set_format(desc.GetFormat());
-  for (int64_t dim : desc.GetShape().GetDims()) def.add_shape(dim);
+  const Shape::Dims& dims = desc.GetShape().DimList();
+  def.mutable_shape()->Add(dims.begin(), dims.end());
   bool reuse = false;
   TensorUtils::GetReuseInput(desc, reuse);
   def.set_reuse_input(reuse);
 }
 
-graphStatus LoadTensor(TensorDef& def, const std::string& what, TensorPtr& tensor,
+template <typename What>
+graphStatus LoadTensor(TensorDef& def, const What& what, GraphArena* arena, TensorPtr& tensor,
                        LoadError& error) {
   TensorDesc desc;
   if (LoadDesc(def.desc(), what, desc, error) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
@@ -76,30 +81,31 @@ graphStatus LoadTensor(TensorDef& def, const std::string& what, TensorPtr& tenso
   if (!data.empty()) {
     const size_t elementSize = DataTypeSize(desc.GetDataType());
     if (elementSize == 0) {
-      return error.Fail(what + " has unknown data type " + std::to_string(desc.GetDataType()));
+      return error.Fail(what() + " has unknown data type " + std::to_string(desc.GetDataType()));
     }
     int64_t count = 0;
     if (!desc.GetShape().GetShapeSize(count) ||
         static_cast<uint64_t>(count) > UINT64_MAX / elementSize) {
-      return error.Fail(what + " has a shape whose element count is negative or overflows");
+      return error.Fail(what() + " has a shape whose element count is negative or overflows");
     }
     const uint64_t expected = static_cast<uint64_t>(count) * elementSize;
     if (expected != data.size()) {
-      return error.Fail(what + " holds " + std::to_string(data.size()) +
+      return error.Fail(what() + " holds " + std::to_string(data.size()) +
                         " bytes but its shape and " + DataTypeName(desc.GetDataType()) +
                         " data type need " + std::to_string(expected));
     }
   }
-  tensor = std::make_shared<Tensor>(desc);
+  tensor = MakeShared<Tensor>(arena, desc);
   tensor->SetData(std::move(*def.mutable_data()));
   return GRAPH_SUCCESS;
 }
 
-graphStatus LoadList(const tesu::proto::ListValue& list, const std::string& what, AttrValue& value,
+template <typename What>
+graphStatus LoadList(const tesu::proto::ListValue& list, const What& what, AttrValue& value,
                      LoadError& error) {
   const int kinds =
       (list.s_size() > 0) + (list.i_size() > 0) + (list.f_size() > 0) + (list.b_size() > 0);
-  if (kinds > 1) return error.Fail(what + " mixes values of several kinds in one list");
+  if (kinds > 1) return error.Fail(what() + " mixes values of several kinds in one list");
   if (list.s_size() > 0) {
     value = AttrValue::CreateFrom(std::vector<std::string>(list.s().begin(), list.s().end()));
   } else if (list.f_size() > 0) {
@@ -108,12 +114,14 @@ graphStatus LoadList(const tesu::proto::ListValue& list, const std::string& what
     value = AttrValue::CreateFrom(std::vector<bool>(list.b().begin(), list.b().end()));
   } else {
     // Integers, and the empty list, which reads as an empty list of any kind.
-    value = AttrValue::CreateFrom(std::vector<int64_t>(list.i().begin(), list.i().end()));
+    value = AttrValue::CreateFrom(AttrValue::IntList(list.i().begin(), list.i().end()));
   }
   return GRAPH_SUCCESS;
 }
 
-graphStatus LoadAttr(AttrDef& def, const std::string& what, AttrValue& value, LoadError& error) {
+template <typename What>
+graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValue& value,
+                     LoadError& error) {
   switch (def.value_case()) {
     case AttrDef::kS:
       value = AttrValue::CreateFrom(std::move(*def.mutable_s()));
@@ -131,7 +139,7 @@ graphStatus LoadAttr(AttrDef& def, const std::string& what, AttrValue& value, Lo
       return LoadList(def.list(), what, value, error);
     case AttrDef::kT: {
       TensorPtr tensor;
-      if (LoadTensor(*def.mutable_t(), what, tensor, error) != GRAPH_SUCCESS) {
+      if (LoadTensor(*def.mutable_t(), what, arena, tensor, error) != GRAPH_SUCCESS) {
         return GRAPH_MODEL_INVALID;
       }
       value = AttrValue::CreateFrom(std::move(tensor));
@@ -141,7 +149,7 @@ graphStatus LoadAttr(AttrDef& def, const std::string& what, AttrValue& value, Lo
       value = AttrValue();
       return GRAPH_SUCCESS;
   }
-  return error.Fail(what + " has a value of an unknown kind");
+  return error.Fail(what() + " has a value of an unknown kind");
 }
 
 template <typename T, typename Repeated>
@@ -181,9 +189,11 @@ void SaveAttr(const AttrValue& value, AttrDef& def, TensorBytes& tensorBytes) {
         def.mutable_list()->add_s(item);
       }
       break;
-    case Kind::kListInt:
-      CopyList(*value.Get<std::vector<int64_t>>(), def.mutable_list()->mutable_i());
+    case Kind::kListInt: {
+      const AttrValue::IntList& list = *value.Get<AttrValue::IntList>();
+      def.mutable_list()->mutable_i()->Add(list.begin(), list.end());
       break;
+    }
     case Kind::kListFloat:
       CopyList(*value.Get<std::vector<float>>(), def.mutable_list()->mutable_f());
       break;
@@ -193,17 +203,18 @@ void SaveAttr(const AttrValue& value, AttrDef& def, TensorBytes& tensorBytes) {
   }
 }
 
-graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs,
-                        const std::string& owner, AttrHolder& holder, LoadError& error) {
+template <typename Owner>
+graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
+                        GraphArena* arena, AttrHolder& holder, LoadError& error) {
   AttrHolder::AttrList list;
   list.reserve(attrs.size());
   for (auto& entry : attrs) {
     AttrValue value;
-    if (LoadAttr(entry.second, "attribute " + Quote(entry.first) + " of " + owner, value, error) !=
-        GRAPH_SUCCESS) {
+    const auto what = [&] { return "attribute " + Quote(entry.first) + " of " + owner(); };
+    if (LoadAttr(entry.second, what, arena, value, error) != GRAPH_SUCCESS) {
       return GRAPH_MODEL_INVALID;
     }
-    list.emplace_back(entry.first, std::move(value));
+    list.emplace_back(AttrName::Intern(entry.first), std::move(value));
   }
   holder.SetAllAttrs(std::move(list));
   return GRAPH_SUCCESS;
@@ -233,26 +244,26 @@ size_t CountDataInputs(const OpDef& op) {
   return count;
 }
 
-graphStatus BuildOpDesc(OpDef& op, OpDescPtr& desc, LoadError& error) {
-  const std::string subject = NodeSubject(op);
-  desc = std::make_shared<OpDesc>();
+graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error) {
+  desc = MakeShared<OpDesc>(arena, arena);
+  const size_t dataInputs = CountDataInputs(op);
+  desc->ReserveDescs(std::max(dataInputs, static_cast<size_t>(op.input_desc_size())),
+                     static_cast<size_t>(op.output_desc_size()) + (op.type() == "Const"));
+  TensorDesc tensorDesc;
   for (int i = 0; i < op.input_desc_size(); ++i) {
-    TensorDesc tensorDesc;
-    if (LoadDesc(op.input_desc(i), "input description " + std::to_string(i), tensorDesc, error)) {
-      return GRAPH_MODEL_INVALID;
-    }
+    const auto what = [i] { return "input description " + std::to_string(i); };
+    if (LoadDesc(op.input_desc(i), what, tensorDesc, error)) return GRAPH_MODEL_INVALID;
     desc->AddInputDesc(tensorDesc);
   }
-  for (size_t i = desc->GetInputsSize(); i < CountDataInputs(op); ++i) desc->AddInputDesc({});
+  for (size_t i = desc->GetInputsSize(); i < dataInputs; ++i) desc->AddInputDesc({});
   for (int i = 0; i < op.output_desc_size(); ++i) {
-    TensorDesc tensorDesc;
-    if (LoadDesc(op.output_desc(i), "output description " + std::to_string(i), tensorDesc, error)) {
-      return GRAPH_MODEL_INVALID;
-    }
+    const auto what = [i] { return "output description " + std::to_string(i); };
+    if (LoadDesc(op.output_desc(i), what, tensorDesc, error)) return GRAPH_MODEL_INVALID;
     desc->AddOutputDesc(tensorDesc);
   }
-  desc->SetIsInputConst(std::vector<bool>(op.is_input_const().begin(), op.is_input_const().end()));
-  if (LoadAttrMap(*op.mutable_attr(), subject, *desc, error) != GRAPH_SUCCESS) {
+  desc->SetIsInputConst(op.is_input_const().begin(), op.is_input_const().end());
+  const auto subject = [&op] { return NodeSubject(op); };
+  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error) != GRAPH_SUCCESS) {
     return GRAPH_MODEL_INVALID;
   }
   if (op.type() == "Const") {
@@ -282,20 +293,20 @@ graphStatus ConnectInputs(const OpDef& op, Node& node, const ComputeGraph& graph
     if (!ParseInput(input, producerName, index)) {
       return error.Fail("input " + Quote(input) + " is not of the form \"producer:index\"");
     }
-    NodePtr found = graph.FindNode(std::string(producerName));
+    Node* found = graph.FindNodeRaw(producerName);
     if (found == nullptr) return error.Fail("input " + Quote(input) + " names no node");
     Node& producer = *found;
     if (index == -1) {
       GraphUtils::AddControlEdge(producer, node);
       continue;
     }
-    OutDataAnchorPtr out = producer.GetOutDataAnchor(static_cast<int>(index));
-    if (index > INT32_MAX || out == nullptr) {
+    if (static_cast<uint64_t>(index) >= producer.OutAnchors().size()) {
       return error.Fail("input " + Quote(input) + " asks for output " + std::to_string(index) +
                         " but node " + Quote(producer.GetName()) + " has " +
                         std::to_string(producer.GetAllOutDataAnchorsSize()) + " outputs");
     }
-    GraphUtils::AddEdge(*out, *node.GetInDataAnchor(dataIndex++));
+    GraphUtils::AddEdge(*producer.OutAnchors()[static_cast<size_t>(index)],
+                        *node.InAnchors()[static_cast<size_t>(dataIndex++)]);
   }
   return GRAPH_SUCCESS;
 }
@@ -337,7 +348,8 @@ namespace {}  // namespace
 graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDef>& attrs,
                                        const std::string& owner, AttrHolder& holder) {
   LoadError error;
-  if (LoadAttrMap(attrs, owner, holder, error) == GRAPH_SUCCESS) return GRAPH_SUCCESS;
+  const auto what = [&owner] { return owner; };
+  if (LoadAttrMap(attrs, what, nullptr, holder, error) == GRAPH_SUCCESS) return GRAPH_SUCCESS;
   AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s", error.problem.c_str());
   return GRAPH_MODEL_INVALID;
 }
@@ -380,6 +392,7 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
   if (LoadAttrs(*graphDef.mutable_attr(), "graph " + Quote(graphDef.name()), *result)) {
     return GRAPH_MODEL_INVALID;
   }
+  result->ReserveNodes(static_cast<size_t>(graphDef.op_size()));
   LoadError error;
   std::vector<Node*> nodes;
   nodes.reserve(static_cast<size_t>(graphDef.op_size()));
@@ -389,10 +402,10 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
     OpDescPtr desc;
     if (op.name().empty()) {
       error.Fail("node " + std::to_string(nodes.size()) + " of the graph has no name");
-    } else if (result->FindNode(op.name()) != nullptr) {
+    } else if (result->FindNodeRaw(op.name()) != nullptr) {
       error.Fail("another node has the same name");
     } else {
-      BuildOpDesc(op, desc, error);
+      BuildOpDesc(op, result->Arena(), desc, error);
     }
     if (error.failed) {
       failedSubject = NodeSubject(op);  // the name is still in the message on failure

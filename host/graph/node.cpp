@@ -6,7 +6,11 @@
 namespace tov {
 
 LegacyNode::LegacyNode(OpDescPtr opDesc, ComputeGraph* graph)
-    : opDesc_(std::move(opDesc)), graph_(graph) {}
+    : opDesc_(std::move(opDesc)),
+      arena_(graph == nullptr ? nullptr : graph->Arena()),
+      inAnchors_(ResourceOf(arena_)),
+      outAnchors_(ResourceOf(arena_)),
+      graph_(graph) {}
 
 void LegacyNode::CreateAnchors() {
   const size_t inputs = opDesc_->GetInputsSize();
@@ -25,14 +29,15 @@ LegacyNode::~LegacyNode() {
 
 InDataAnchorPtr LegacyNode::AppendInputAnchor() {
   auto* self = static_cast<Node*>(this);
-  inAnchors_.push_back(std::make_shared<InDataAnchor>(self, static_cast<int>(inAnchors_.size())));
+  inAnchors_.push_back(
+      MakeShared<InDataAnchor>(arena_, self, static_cast<int>(inAnchors_.size())));
   return inAnchors_.back();
 }
 
 OutDataAnchorPtr LegacyNode::AppendOutputAnchor() {
   auto* self = static_cast<Node*>(this);
   outAnchors_.push_back(
-      std::make_shared<OutDataAnchor>(self, static_cast<int>(outAnchors_.size())));
+      MakeShared<OutDataAnchor>(arena_, self, static_cast<int>(outAnchors_.size())));
   return outAnchors_.back();
 }
 
@@ -53,12 +58,14 @@ OutDataAnchorPtr LegacyNode::GetOutDataAnchor(int index) const {
 
 RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllInDataAnchors() const {
   auto self = const_cast<Node*>(static_cast<const Node*>(this))->shared_from_this();
-  return RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>>(self, inAnchors_);
+  return RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>>(
+      self, std::vector<InDataAnchorPtr>(inAnchors_.begin(), inAnchors_.end()));
 }
 
 RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllOutDataAnchors() const {
   auto self = const_cast<Node*>(static_cast<const Node*>(this))->shared_from_this();
-  return RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>>(self, outAnchors_);
+  return RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>>(
+      self, std::vector<OutDataAnchorPtr>(outAnchors_.begin(), outAnchors_.end()));
 }
 
 const std::string& NodeSpec::Name() const {
@@ -96,8 +103,8 @@ size_t NodeSpec::OutControlEdgeSize() const {
 
 Node* NodeWalker::OutDataNode(size_t outIndex, size_t edgeIndex) const {
   if (outIndex >= node_.outAnchors_.size()) return nullptr;
-  const auto& peers = node_.outAnchors_[outIndex]->GetPeersRaw();
-  return edgeIndex < peers.size() ? peers[edgeIndex]->GetOwnerNodeRaw() : nullptr;
+  const InDataAnchor* consumer = node_.outAnchors_[outIndex]->ConsumerAt(edgeIndex);
+  return consumer == nullptr ? nullptr : consumer->GetOwnerNodeRaw();
 }
 
 Node* NodeWalker::InDataNode(size_t inIndex) const {

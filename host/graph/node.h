@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <memory_resource>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "graph/anchor.h"
@@ -19,6 +21,9 @@ class ComputeGraph;
 class LegacyGraph;
 class Node;
 using NodePtr = std::shared_ptr<Node>;
+using NodeList = std::pmr::list<NodePtr>;
+using InAnchorList = std::pmr::vector<InDataAnchorPtr>;
+using OutAnchorList = std::pmr::vector<OutDataAnchorPtr>;
 
 // Identity and edge counts of a node.
 class NodeSpec {
@@ -82,8 +87,8 @@ class LegacyNode {
   RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> GetAllOutDataAnchors() const;
   size_t GetAllInDataAnchorsSize() const { return inAnchors_.size(); }
   size_t GetAllOutDataAnchorsSize() const { return outAnchors_.size(); }
-  const std::vector<InDataAnchorPtr>& InAnchors() const { return inAnchors_; }
-  const std::vector<OutDataAnchorPtr>& OutAnchors() const { return outAnchors_; }
+  const InAnchorList& InAnchors() const { return inAnchors_; }
+  const OutAnchorList& OutAnchors() const { return outAnchors_; }
 
   // The graph that holds the node; null once the node has left it.
   ComputeGraph* GetOwnerComputeGraph() const { return graph_; }
@@ -109,15 +114,16 @@ class LegacyNode {
   OutDataAnchorPtr AppendOutputAnchor();
 
   OpDescPtr opDesc_;
-  std::vector<InDataAnchorPtr> inAnchors_;
-  std::vector<OutDataAnchorPtr> outAnchors_;
+  GraphArena* arena_;  // where the node's anchors live; outlives the node (see GraphArena)
+  InAnchorList inAnchors_;
+  OutAnchorList outAnchors_;
   std::vector<Node*> inControl_;
   std::vector<Node*> outControl_;
 
   // Bookkeeping of the holding graph.
   ComputeGraph* graph_ = nullptr;
-  std::list<std::shared_ptr<Node>>::iterator position_;
-  const std::string* indexedName_ = nullptr;  // the key under which the graph indexes the node
+  NodeList::iterator position_;
+  std::string_view indexedName_;  // the key under which the graph indexes the node
   uint64_t sequence_ = 0;  // order of addition; walks skip nodes added after they began
   bool removed_ = false;
 };

@@ -10,14 +10,18 @@ const TensorDesc& EmptyDesc() {
 }
 }  // namespace
 
-graphStatus OpDesc::AddInputDesc(const TensorDesc& desc) {
-  inputs_.push_back(std::make_shared<TensorDesc>(desc));
+graphStatus OpDesc::AddDesc(std::pmr::vector<std::shared_ptr<TensorDesc>>& descs,
+                            const TensorDesc& desc) {
+  descs.push_back(MakeShared<TensorDesc>(arena_, desc));
   return GRAPH_SUCCESS;
 }
 
+graphStatus OpDesc::AddInputDesc(const TensorDesc& desc) {
+  return AddDesc(inputs_, desc);
+}
+
 graphStatus OpDesc::AddOutputDesc(const TensorDesc& desc) {
-  outputs_.push_back(std::make_shared<TensorDesc>(desc));
-  return GRAPH_SUCCESS;
+  return AddDesc(outputs_, desc);
 }
 
 const TensorDesc& OpDesc::GetInputDesc(uint32_t index) const {

@@ -3,10 +3,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <memory_resource>
 #include <string>
 #include <vector>
 
 #include "graph/attr_holder.h"
+#include "graph/graph_arena.h"
 #include "graph/tensor_desc.h"
 
 namespace tov {
@@ -15,14 +17,37 @@ namespace tov {
 // and per output, and one flag per input telling whether that input is constant.
 class OpDesc : public AttrHolder {
  public:
-  OpDesc() = default;
-  OpDesc(const std::string& name, const std::string& type) : name_(name), type_(type) {}
+  OpDesc() : OpDesc(nullptr) {}
+  OpDesc(const std::string& name, const std::string& type) : OpDesc(nullptr) {
+    name_ = name;
+    type_ = type;
+  }
+  // A description whose tensor descriptions come from `arena`; only for descriptions that live
+  // in that arena themselves (see GraphArena), so the arena outlives them.
+  explicit OpDesc(GraphArena* arena)
+      : arena_(arena),
+        inputs_(ResourceOf(arena)),
+        outputs_(ResourceOf(arena)),
+        isInputConst_(ResourceOf(arena)) {}
+  // A copy is an independent description on the heap.
+  OpDesc(const OpDesc& other)
+      : AttrHolder(other),
+        arena_(nullptr),
+        name_(other.name_),
+        type_(other.type_),
+        isInputConst_(other.isInputConst_.begin(), other.isInputConst_.end()) {
+    for (const auto& desc : other.inputs_) AddInputDesc(*desc);
+    for (const auto& desc : other.outputs_) AddOutputDesc(*desc);
+  }
+  OpDesc& operator=(const OpDesc&) = delete;
   ~OpDesc() override = default;
 
   const std::string& GetName() const { return name_; }
   void SetName(const std::string& name) { name_ = name; }
+  void SetName(std::string&& name) { name_ = std::move(name); }
   const std::string& GetType() const { return type_; }
   void SetType(const std::string& type) { type_ = type; }
+  void SetType(std::string&& type) { type_ = std::move(type); }
 
   graphStatus AddInputDesc(const TensorDesc& desc);
   graphStatus AddOutputDesc(const TensorDesc& desc);
@@ -40,15 +65,35 @@ class OpDesc : public AttrHolder {
   // Drops input description `index` and its constness flag, if it has one.
   graphStatus RemoveInputDesc(uint32_t index);
 
-  std::vector<bool> GetIsInputConst() const { return isInputConst_; }
-  void SetIsInputConst(const std::vector<bool>& flags) { isInputConst_ = flags; }
+  std::vector<bool> GetIsInputConst() const {
+    return std::vector<bool>(isInputConst_.begin(), isInputConst_.end());
+  }
+  void SetIsInputConst(const std::vector<bool>& flags) {
+    isInputConst_.assign(flags.begin(), flags.end());
+  }
+  template <typename It>
+  void SetIsInputConst(It first, It last) {
+    isInputConst_.assign(first, last);
+  }
+  size_t GetIsInputConstSize() const { return isInputConst_.size(); }
+  bool IsInputConst(size_t index) const {
+    return index < isInputConst_.size() && isInputConst_[index];
+  }
+  // Room for that many descriptions, for callers that know how many they will add.
+  void ReserveDescs(size_t inputs, size_t outputs) {
+    inputs_.reserve(inputs);
+    outputs_.reserve(outputs);
+  }
 
  private:
+  graphStatus AddDesc(std::pmr::vector<std::shared_ptr<TensorDesc>>& descs, const TensorDesc& desc);
+
+  GraphArena* arena_;
   std::string name_;
   std::string type_;
-  std::vector<std::shared_ptr<TensorDesc>> inputs_;
-  std::vector<std::shared_ptr<TensorDesc>> outputs_;
-  std::vector<bool> isInputConst_;
+  std::pmr::vector<std::shared_ptr<TensorDesc>> inputs_;
+  std::pmr::vector<std::shared_ptr<TensorDesc>> outputs_;
+  std::pmr::vector<bool> isInputConst_;
 };
 
 using OpDescPtr = std::shared_ptr<OpDesc>;

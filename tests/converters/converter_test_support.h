@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -51,8 +52,13 @@ template <typename T>
 std::optional<T> AttrOf(const tov::ComputeGraph& graph, const std::string& name,
                         const std::string& attr) {
   const tov::AttrValue* value = Desc(graph, name).FindAttr(attr);
-  const T* held = value == nullptr ? nullptr : value->Get<T>();
-  return held == nullptr ? std::nullopt : std::optional<T>(*held);
+  if constexpr (std::is_same_v<T, std::vector<int64_t>>) {  // held as an inline integer list
+    const auto* held = value == nullptr ? nullptr : value->Get<tov::AttrValue::IntList>();
+    return held == nullptr ? std::nullopt : std::optional<T>(held->ToVector());
+  } else {
+    const T* held = value == nullptr ? nullptr : value->Get<T>();
+    return held == nullptr ? std::nullopt : std::optional<T>(*held);
+  }
 }
 
 inline std::vector<tov::TensorPtr> WeightsOf(const tov::ComputeGraph& graph,

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <sstream>
+#include <type_traits>
 
 #include "model_builder.h"
 
@@ -63,9 +64,14 @@ void WriteValue(std::ostream& out, const T& value) {
 void WriteValue(std::ostream& out, bool value) {
   out << (value ? "true" : "false");
 }
+// Integer lists are held in their own inline list type; every other list in a vector.
+template <typename T>
+using HeldList = std::conditional_t<std::is_same_v<T, int64_t>, tov::AttrValue::IntList,
+                                    std::vector<T>>;
+
 template <typename T>
 bool WriteList(std::ostream& out, const tov::AttrValue& value) {
-  const std::vector<T>* list = value.Get<std::vector<T>>();
+  const HeldList<T>* list = value.Get<HeldList<T>>();
   if (list == nullptr) return false;
   out << "[";
   for (size_t i = 0; i < list->size(); ++i) {
