@@ -27,6 +27,16 @@ std::string GraphHeavyModel(size_t nodes, bool churn) {
   return net.Model().Bytes();
 }
 
+std::string SmallNodeModel(size_t nodes) {
+  modelkit::NetBuilder net("small_nodes");
+  std::string x = net.Data("in", {1});
+  for (size_t i = 0; i + 1 < nodes; i += 2) {
+    const std::string relu = net.Unary("r" + std::to_string(i), "Relu", x);
+    x = net.Add("a" + std::to_string(i), relu, x);
+  }
+  return net.Model().Bytes();
+}
+
 std::string WeightHeavyModel(size_t megabytes) {
   modelkit::NetBuilder net("weight_heavy");
   std::string x = net.Data("input", {1, 1024});

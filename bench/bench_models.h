@@ -14,6 +14,10 @@ namespace bench {
 // ConcatV2 and fused pair are left out, for comparing the cost per node with and without.
 std::string GraphHeavyModel(size_t nodes, bool churn = true);
 
+// The worst case for per-node overhead: about `nodes` tiny nodes (Relu and Add chains, scalar
+// shapes, no weights, about 60 bytes each in the file).
+std::string SmallNodeModel(size_t nodes);
+
 // A few nodes holding about `megabytes` of float weights.
 std::string WeightHeavyModel(size_t megabytes);
 

@@ -13,25 +13,7 @@ namespace tov {
 
 graphStatus Model::Load(const uint8_t* data, size_t size) {
   if (data == nullptr && size != 0) return GRAPH_PARAM_INVALID;
-  if (size > static_cast<size_t>(INT_MAX)) {
-    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "model rejected: %zu bytes is more than a model may hold",
-                 size);
-    return GRAPH_MODEL_INVALID;
-  }
-  // The message lives on an arena: parsing allocates nothing per field and freeing it is one
-  // step. Long strings (tensor data among them) keep their own storage, so they still move
-  // into the graph without a copy.
-  google::protobuf::ArenaOptions options;
-  options.start_block_size = 64 * 1024;
-  options.max_block_size = 4 * 1024 * 1024;
-  google::protobuf::Arena arena(options);
-  auto* modelDef = google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
-  if (!modelDef->ParseFromArray(data, static_cast<int>(size))) {
-    AI_Log_Print(AI_LOG_ERROR, "GRAPH",
-                 "model rejected: the %zu bytes are not a serialised model (ModelDef)", size);
-    return GRAPH_MODEL_INVALID;
-  }
-  return Load(std::move(*modelDef));
+  return ModelSerializer::LoadModel(data, size, *this);
 }
 
 graphStatus Model::Load(tesu::proto::ModelDef&& modelDef) {

@@ -31,8 +31,14 @@ class TensorBytes {
   std::unordered_map<Tensor*, std::string*> lent_;
 };
 
+class Model;
+
 class ModelSerializer {
  public:
+  // Builds `model` from serialised ModelDef bytes without ever holding the whole message. On
+  // malformed content logs one line naming the node and the problem and returns
+  // GRAPH_MODEL_INVALID, leaving `model` as it was.
+  static graphStatus LoadModel(const uint8_t* data, size_t size, Model& model);
   // Builds a compute graph from the message, moving tensor bytes out of it. On a malformed
   // graph logs one line naming the node and the problem and returns GRAPH_MODEL_INVALID.
   static graphStatus LoadGraph(tesu::proto::GraphDef& graphDef,
@@ -48,6 +54,7 @@ class ModelSerializer {
                         TensorBytes& tensorBytes);
 
  private:
+  class GraphBuilder;
   // A node of a freshly loaded graph that lies on a cycle, or null.
   static const Node* FindCycle(const std::vector<Node*>& nodes);
 };

@@ -1,0 +1,510 @@
+#include "graph/model_serializer.h"
+
+#include <climits>
+#include <cstdint>
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/wire_format_lite.h>
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "graph/attr_utils.h"
+#include "graph/graph.h"
+#include "graph/model.h"
+#include "graph/op_desc_utils.h"
+#include "log/log.h"
+
+namespace tov {
+namespace {
+
+using tesu::proto::AttrDef;
+using tesu::proto::GraphDef;
+using tesu::proto::OpDef;
+using tesu::proto::TensorDef;
+using tesu::proto::TensorDescriptor;
+
+constexpr char kModule[] = "GRAPH";
+
+// Collects the first problem found while loading; the caller logs it once. Descriptions of where
+// a problem lies are callables, so their text is only built when there is a problem to report.
+struct LoadError {
+  std::string subject;  // e.g. node "conv1" (Conv2D)
+  std::string problem;
+  bool failed = false;
+
+  graphStatus Fail(std::string what) {
+    if (!failed) {
+      failed = true;
+      problem = std::move(what);
+    }
+    return GRAPH_MODEL_INVALID;
+  }
+};
+
+std::string Quote(const std::string& text) {
+  return "\"" + text + "\"";
+}
+
+std::string NodeSubject(const OpDef& op) {
+  return "node " + Quote(op.name()) + " (" + (op.type().empty() ? "no type" : op.type()) + ")";
+}
+
+template <typename What>
+graphStatus LoadDesc(const TensorDescriptor& def, const What& what, TensorDesc& desc,
+                     LoadError& error) {
+  for (int64_t dim : def.shape()) {
+    if (dim < -1) {
+      return error.Fail(what() + " has dimension " + std::to_string(dim) +
+                        " (only -1 may stand for an unknown size)");
+    }
+  }
+  desc.MutableShape() = Shape(def.shape().begin(), def.shape().end());
+  desc.SetDataType(static_cast<DataType>(def.dtype()));
+  desc.SetFormat(static_cast<Format>(def.format()));
+  TensorUtils::SetReuseInput(desc, def.reuse_input());
+  return GRAPH_SUCCESS;
+}
+
+template <typename What>
+graphStatus LoadTensor(TensorDef& def, const What& what, GraphArena* arena, TensorPtr& tensor,
+                       LoadError& error) {
+  TensorDesc desc;
+  if (LoadDesc(def.desc(), what, desc, error) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
+  const std::string& data = def.data();
+  if (!data.empty()) {
+    const size_t elementSize = DataTypeSize(desc.GetDataType());
+    if (elementSize == 0) {
+      return error.Fail(what() + " has unknown data type " + std::to_string(desc.GetDataType()));
+    }
+    int64_t count = 0;
+    if (!desc.GetShape().GetShapeSize(count) ||
+        static_cast<uint64_t>(count) > UINT64_MAX / elementSize) {
+      return error.Fail(what() + " has a shape whose element count is negative or overflows");
+    }
+    const uint64_t expected = static_cast<uint64_t>(count) * elementSize;
+    if (expected != data.size()) {
+      return error.Fail(what() + " holds " + std::to_string(data.size()) +
+                        " bytes but its shape and " + DataTypeName(desc.GetDataType()) +
+                        " data type need " + std::to_string(expected));
+    }
+  }
+  tensor = MakeShared<Tensor>(arena, desc);
+  tensor->SetData(std::move(*def.mutable_data()));
+  return GRAPH_SUCCESS;
+}
+
+template <typename What>
+graphStatus LoadList(const tesu::proto::ListValue& list, const What& what, AttrValue& value,
+                     LoadError& error) {
+  const int kinds =
+      (list.s_size() > 0) + (list.i_size() > 0) + (list.f_size() > 0) + (list.b_size() > 0);
+  if (kinds > 1) return error.Fail(what() + " mixes values of several kinds in one list");
+  if (list.s_size() > 0) {
+    value = AttrValue::CreateFrom(std::vector<std::string>(list.s().begin(), list.s().end()));
+  } else if (list.f_size() > 0) {
+    value = AttrValue::CreateFrom(std::vector<float>(list.f().begin(), list.f().end()));
+  } else if (list.b_size() > 0) {
+    value = AttrValue::CreateFrom(std::vector<bool>(list.b().begin(), list.b().end()));
+  } else {
+    // Integers, and the empty list, which reads as an empty list of any kind.
+    value = AttrValue::CreateFrom(AttrValue::IntList(list.i().begin(), list.i().end()));
+  }
+  return GRAPH_SUCCESS;
+}
+
+template <typename What>
+graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValue& value,
+                     LoadError& error) {
+  switch (def.value_case()) {
+    case AttrDef::kS:
+      value = AttrValue::CreateFrom(std::move(*def.mutable_s()));
+      return GRAPH_SUCCESS;
+    case AttrDef::kI:
+      value = AttrValue::CreateFrom(static_cast<int64_t>(def.i()));
+      return GRAPH_SUCCESS;
+    case AttrDef::kF:
+      value = AttrValue::CreateFrom(def.f());
+      return GRAPH_SUCCESS;
+    case AttrDef::kB:
+      value = AttrValue::CreateFrom(def.b());
+      return GRAPH_SUCCESS;
+    case AttrDef::kList:
+      return LoadList(def.list(), what, value, error);
+    case AttrDef::kT: {
+      TensorPtr tensor;
+      if (LoadTensor(*def.mutable_t(), what, arena, tensor, error) != GRAPH_SUCCESS) {
+        return GRAPH_MODEL_INVALID;
+      }
+      value = AttrValue::CreateFrom(std::move(tensor));
+      return GRAPH_SUCCESS;
+    }
+    case AttrDef::VALUE_NOT_SET:
+      value = AttrValue();
+      return GRAPH_SUCCESS;
+  }
+  return error.Fail(what() + " has a value of an unknown kind");
+}
+
+template <typename Owner>
+graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
+                        GraphArena* arena, AttrHolder& holder, LoadError& error) {
+  AttrHolder::AttrList list;
+  list.reserve(attrs.size());
+  for (auto& entry : attrs) {
+    AttrValue value;
+    const auto what = [&] { return "attribute " + Quote(entry.first) + " of " + owner(); };
+    if (LoadAttr(entry.second, what, arena, value, error) != GRAPH_SUCCESS) {
+      return GRAPH_MODEL_INVALID;
+    }
+    list.emplace_back(AttrName::Intern(entry.first), std::move(value));
+  }
+  holder.SetAllAttrs(std::move(list));
+  return GRAPH_SUCCESS;
+}
+
+// "producer:k" or "producer" (output 0); k = -1 is a control edge; "" is an unconnected input.
+bool ParseInput(const std::string& input, std::string_view& producer, int64_t& index) {
+  const size_t colon = input.rfind(':');
+  if (colon == std::string::npos) {
+    producer = input;
+    index = 0;
+    return true;
+  }
+  producer = std::string_view(input).substr(0, colon);
+  const char* first = input.data() + colon + 1;
+  const char* last = input.data() + input.size();
+  auto result = std::from_chars(first, last, index);
+  return result.ec == std::errc() && result.ptr == last && index >= -1 && !producer.empty();
+}
+
+size_t CountDataInputs(const OpDef& op) {
+  size_t count = 0;
+  for (const std::string& input : op.input()) {
+    const size_t colon = input.rfind(':');
+    if (colon == std::string::npos || input.compare(colon, std::string::npos, ":-1") != 0) ++count;
+  }
+  return count;
+}
+
+graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error) {
+  desc = MakeShared<OpDesc>(arena, arena);
+  const size_t dataInputs = CountDataInputs(op);
+  desc->ReserveDescs(std::max(dataInputs, static_cast<size_t>(op.input_desc_size())),
+                     static_cast<size_t>(op.output_desc_size()) + (op.type() == "Const"));
+  TensorDesc tensorDesc;
+  for (int i = 0; i < op.input_desc_size(); ++i) {
+    const auto what = [i] { return "input description " + std::to_string(i); };
+    if (LoadDesc(op.input_desc(i), what, tensorDesc, error)) return GRAPH_MODEL_INVALID;
+    desc->AddInputDesc(tensorDesc);
+  }
+  for (size_t i = desc->GetInputsSize(); i < dataInputs; ++i) desc->AddInputDesc({});
+  for (int i = 0; i < op.output_desc_size(); ++i) {
+    const auto what = [i] { return "output description " + std::to_string(i); };
+    if (LoadDesc(op.output_desc(i), what, tensorDesc, error)) return GRAPH_MODEL_INVALID;
+    desc->AddOutputDesc(tensorDesc);
+  }
+  desc->SetIsInputConst(op.is_input_const().begin(), op.is_input_const().end());
+  const auto subject = [&op] { return NodeSubject(op); };
+  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error) != GRAPH_SUCCESS) {
+    return GRAPH_MODEL_INVALID;
+  }
+  if (op.type() == "Const") {
+    TensorPtr value;
+    if (!AttrUtils::GetTensor(*desc, "value", value) || value == nullptr) {
+      return error.Fail("Const node has no tensor attribute \"value\"");
+    }
+    // A hand-written Const may leave out its output; it is the tensor it holds.
+    if (desc->GetOutputsSize() == 0) desc->AddOutputDesc(value->GetTensorDesc());
+  }
+  // The message is consumed: its strings move instead of being copied.
+  desc->SetName(std::move(*op.mutable_name()));
+  desc->SetType(std::move(*op.mutable_type()));
+  return GRAPH_SUCCESS;
+}
+
+}  // namespace
+
+
+// Kahn's algorithm over data and control edges; iterative, so deep chains are fine. The nodes
+// of a freshly built graph are numbered 0..N-1 in order of addition, which indexes the counts.
+const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
+  std::vector<size_t> pending(nodes.size());
+  std::vector<const Node*> ready;
+  for (const Node* node : nodes) {
+    const size_t inputs = node->RoleNodeSpec().InDataEdgeSize() + node->inControl_.size();
+    pending[node->sequence_] = inputs;
+    if (inputs == 0) ready.push_back(node);
+  }
+  size_t done = 0;
+  auto release = [&](const Node* successor) {
+    if (--pending[successor->sequence_] == 0) ready.push_back(successor);
+  };
+  while (!ready.empty()) {
+    const Node* node = ready.back();
+    ready.pop_back();
+    ++done;
+    for (const auto& anchor : node->OutAnchors()) {
+      for (const InDataAnchor* peer : anchor->GetPeersRaw()) release(peer->GetOwnerNodeRaw());
+    }
+    for (const Node* successor : node->outControl_) release(successor);
+  }
+  if (done == nodes.size()) return nullptr;
+  for (const Node* node : nodes) {
+    if (pending[node->sequence_] != 0) return node;
+  }
+  return nullptr;
+}
+
+graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDef>& attrs,
+                                       const std::string& owner, AttrHolder& holder) {
+  LoadError error;
+  const auto what = [&owner] { return owner; };
+  if (LoadAttrMap(attrs, what, nullptr, holder, error) == GRAPH_SUCCESS) return GRAPH_SUCCESS;
+  AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s", error.problem.c_str());
+  return GRAPH_MODEL_INVALID;
+}
+
+// Builds a compute graph op by op. An input whose producer is already in the graph is connected
+// at once; the others (forward references, self-references) wait until every op is in. Edges
+// connected at once always run from an earlier node to a later one, so only a graph with waiting
+// inputs can have a cycle and needs the check.
+class ModelSerializer::GraphBuilder {
+ public:
+  explicit GraphBuilder(size_t expectedOps) : graph_(std::make_shared<ComputeGraph>()) {
+    graph_->ReserveNodes(expectedOps);
+    nodes_.reserve(expectedOps);
+  }
+
+  ComputeGraph& Graph() { return *graph_; }
+
+  // Adds the op's node; the message's strings are moved out. Logs and returns
+  // GRAPH_MODEL_INVALID when the op is malformed.
+  graphStatus AddOp(OpDef& op) {
+    OpDescPtr desc;
+    if (op.name().empty()) {
+      error_.Fail("node " + std::to_string(nodes_.size()) + " of the graph has no name");
+    } else if (graph_->FindNodeRaw(op.name()) != nullptr) {
+      error_.Fail("another node has the same name");
+    } else {
+      BuildOpDesc(op, graph_->Arena(), desc, error_);
+    }
+    if (error_.failed) return Reject(NodeSubject(op));  // the name is still in the message
+    NodePtr node = graph_->AddNode(desc);
+    if (desc->GetType() == "Const") {
+      const AttrValue* value = desc->FindAttr("value");
+      (*value->Get<TensorPtr>())->holder_ = node;
+    }
+    nodes_.push_back(node.get());
+    int dataIndex = 0;
+    for (std::string& input : *op.mutable_input()) {
+      if (Connect(*node, input, dataIndex, /*mayWait=*/true) != GRAPH_SUCCESS) {
+        return Reject(Subject(*node));
+      }
+    }
+    return GRAPH_SUCCESS;
+  }
+
+  // Connects the inputs that waited and checks for cycles.
+  graphStatus Finish(std::shared_ptr<ComputeGraph>& graph) {
+    for (Waiting& waiting : waiting_) {
+      int dataIndex = waiting.dataIndex;
+      if (Connect(*waiting.node, waiting.input, dataIndex, /*mayWait=*/false) != GRAPH_SUCCESS) {
+        return Reject(Subject(*waiting.node));
+      }
+    }
+    if (!waiting_.empty()) {
+      if (const Node* cyclic = FindCycle(nodes_)) {
+        AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: node \"%s\" (%s) lies on a cycle",
+                     cyclic->GetName().c_str(), cyclic->GetType().c_str());
+        return GRAPH_MODEL_INVALID;
+      }
+    }
+    graph = std::move(graph_);
+    return GRAPH_SUCCESS;
+  }
+
+ private:
+  struct Waiting {
+    Node* node;
+    int dataIndex;  // the data input it feeds; unused for a control input
+    std::string input;
+  };
+
+  static std::string Subject(const Node& node) {
+    return "node " + Quote(node.GetName()) + " (" + node.GetType() + ")";
+  }
+
+  graphStatus Reject(const std::string& subject) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s: %s", subject.c_str(),
+                 error_.problem.c_str());
+    return GRAPH_MODEL_INVALID;
+  }
+
+  // "producer:k" feeds data input `dataIndex` (which then moves on), "producer:-1" is a control
+  // edge, "" an unconnected data input.
+  graphStatus Connect(Node& node, std::string& input, int& dataIndex, bool mayWait) {
+    if (input.empty()) {
+      ++dataIndex;
+      return GRAPH_SUCCESS;
+    }
+    std::string_view producerName;
+    int64_t index = 0;
+    if (!ParseInput(input, producerName, index)) {
+      return error_.Fail("input " + Quote(input) + " is not of the form \"producer:index\"");
+    }
+    Node* producer = graph_->FindNodeRaw(producerName);
+    if (mayWait && (producer == nullptr || producer == &node)) {
+      waiting_.push_back({&node, dataIndex, std::move(input)});
+      if (index != -1) ++dataIndex;
+      return GRAPH_SUCCESS;
+    }
+    if (producer == nullptr) return error_.Fail("input " + Quote(input) + " names no node");
+    if (index == -1) return GraphUtils::AddControlEdge(*producer, node);
+    if (static_cast<uint64_t>(index) >= producer->OutAnchors().size()) {
+      return error_.Fail("input " + Quote(input) + " asks for output " + std::to_string(index) +
+                         " but node " + Quote(producer->GetName()) + " has " +
+                         std::to_string(producer->GetAllOutDataAnchorsSize()) + " outputs");
+    }
+    return GraphUtils::AddEdge(*producer->OutAnchors()[static_cast<size_t>(index)],
+                               *node.InAnchors()[static_cast<size_t>(dataIndex++)]);
+  }
+
+  std::shared_ptr<ComputeGraph> graph_;
+  std::vector<Node*> nodes_;
+  std::vector<Waiting> waiting_;
+  LoadError error_;
+};
+
+graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<ComputeGraph>& graph) {
+  GraphBuilder builder(static_cast<size_t>(graphDef.op_size()));
+  builder.Graph().SetName(graphDef.name());
+  if (LoadAttrs(*graphDef.mutable_attr(), "graph " + Quote(graphDef.name()), builder.Graph())) {
+    return GRAPH_MODEL_INVALID;
+  }
+  for (OpDef& op : *graphDef.mutable_op()) {
+    if (builder.AddOp(op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
+  }
+  return builder.Finish(graph);
+}
+
+namespace {
+
+using google::protobuf::io::CodedInputStream;
+using google::protobuf::io::CodedOutputStream;
+using google::protobuf::io::StringOutputStream;
+using google::protobuf::internal::WireFormatLite;
+
+// ModelDef.graph and GraphDef.op: the repeated fields that hold almost all of a model's bytes.
+constexpr int kBulkField = 2;
+
+struct Span {
+  const uint8_t* data;
+  int size;
+};
+
+// Splits a serialised message: the length-delimited occurrences of field `field`, up to `most`
+// of them, are collected as spans; every other field is copied to `rest` exactly as it stands,
+// for protobuf to parse. False when the bytes are not a well-formed message.
+bool SplitFields(const uint8_t* data, int size, size_t most, std::vector<Span>& spans,
+                 std::string& rest) {
+  CodedInputStream input(data, size);
+  StringOutputStream restStream(&rest);
+  CodedOutputStream restOut(&restStream);
+  while (input.CurrentPosition() < size) {
+    const uint32_t tag = input.ReadTag();
+    if (tag == 0) return false;  // a truncated tag, or field number 0
+    if (WireFormatLite::GetTagFieldNumber(tag) == kBulkField &&
+        WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_LENGTH_DELIMITED &&
+        spans.size() < most) {
+      uint32_t length = 0;
+      if (!input.ReadVarint32(&length) || length > static_cast<uint32_t>(size)) return false;
+      const int start = input.CurrentPosition();
+      if (!input.Skip(static_cast<int>(length))) return false;
+      spans.push_back({data + start, static_cast<int>(length)});
+    } else if (!WireFormatLite::SkipField(&input, tag, &restOut)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+google::protobuf::ArenaOptions MessageArenaOptions() {
+  google::protobuf::ArenaOptions options;
+  options.start_block_size = 64 * 1024;
+  options.max_block_size = 4 * 1024 * 1024;
+  return options;
+}
+
+graphStatus NotAModel(size_t size) {
+  AI_Log_Print(AI_LOG_ERROR, kModule,
+               "model rejected: the %zu bytes are not a serialised model (ModelDef)", size);
+  return GRAPH_MODEL_INVALID;
+}
+
+}  // namespace
+
+graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& model) {
+  if (size > static_cast<size_t>(INT_MAX)) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %zu bytes is more than a model may hold",
+                 size);
+    return GRAPH_MODEL_INVALID;
+  }
+  // The first graph is read one op at a time, each op parsed by protobuf on a small arena that
+  // is reused, so the whole message never sits in memory beside the graph built from it.
+  // Everything else (names, attributes, further graphs) is parsed as one small message.
+  std::vector<Span> graphs;
+  std::string modelRest;
+  if (!SplitFields(data, static_cast<int>(size), 1, graphs, modelRest)) return NotAModel(size);
+  google::protobuf::Arena arena(MessageArenaOptions());
+  auto* modelDef = google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
+  if (!modelDef->ParseFromString(modelRest)) return NotAModel(size);
+
+  std::vector<Span> ops;
+  std::string graphRest;
+  if (!graphs.empty() &&
+      !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest)) {
+    return NotAModel(size);
+  }
+  auto* graphDef = google::protobuf::Arena::CreateMessage<GraphDef>(&arena);
+  if (!graphDef->ParseFromString(graphRest)) return NotAModel(size);
+
+  Model loaded(modelDef->name(), Graph());
+  if (LoadAttrs(*modelDef->mutable_attr(), "model", loaded) != GRAPH_SUCCESS) {
+    return GRAPH_MODEL_INVALID;
+  }
+  if (!graphs.empty()) {
+    GraphBuilder builder(ops.size());
+    builder.Graph().SetName(graphDef->name());
+    if (LoadAttrs(*graphDef->mutable_attr(), "graph " + Quote(graphDef->name()),
+                  builder.Graph()) != GRAPH_SUCCESS) {
+      return GRAPH_MODEL_INVALID;
+    }
+    // Resetting the arena keeps its first block, so ops of ordinary size reuse the same memory.
+    constexpr size_t kFirstBlockBytes = 256 * 1024;
+    std::unique_ptr<char[]> firstBlock(new char[kFirstBlockBytes]);
+    google::protobuf::ArenaOptions opOptions = MessageArenaOptions();
+    opOptions.initial_block = firstBlock.get();
+    opOptions.initial_block_size = kFirstBlockBytes;
+    google::protobuf::Arena opArena(opOptions);
+    for (const Span& span : ops) {
+      opArena.Reset();
+      auto* op = google::protobuf::Arena::CreateMessage<OpDef>(&opArena);
+      if (!op->ParseFromArray(span.data, span.size)) return NotAModel(size);
+      if (builder.AddOp(*op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
+    }
+    std::shared_ptr<ComputeGraph> graph;
+    const graphStatus status = builder.Finish(graph);
+    if (status != GRAPH_SUCCESS) return status;
+    loaded.SetGraph(GraphUtils::CreateGraphFromComputeGraph(std::move(graph)));
+  }
+  model = std::move(loaded);
+  return GRAPH_SUCCESS;
+}
+
+}  // namespace tov
