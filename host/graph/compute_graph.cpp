@@ -8,7 +8,7 @@
 namespace tov {
 
 LegacyGraph::LegacyGraph()
-    : arena_(GraphArena::Create()), nodes_(arena_->Resource()), byName_(arena_->Resource()) {}
+    : arena_(GraphArena::Create()), nodes_(arena_->Resource()) {}
 
 LegacyGraph::~LegacyGraph() {
   // Nodes can outlive the graph through shared handles; leave them without dangling peers.
@@ -21,27 +21,35 @@ LegacyGraph::~LegacyGraph() {
   }
 }
 
-NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, NodeList::iterator where) {
+NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, NodeList::iterator where, size_t nameHash) {
   auto node = MakeShared<Node>(arena_.get(), std::move(opDesc), static_cast<ComputeGraph*>(this));
   node->position_ = nodes_.insert(where, node);
   node->sequence_ = nextSequence_++;
   node->indexedName_ = arena_->CopyString(node->GetName());
-  byName_.emplace(node->indexedName_, node.get());
+  if (nameIndex_.Insert(node->indexedName_, nameHash, node.get())) ++namesakes_;
   ++nodeCount_;
   return node;
 }
 
 NodePtr LegacyGraph::AddNode(OpDescPtr opDesc) {
   if (opDesc == nullptr) return nullptr;
+  const size_t hash = NameIndex::Hash(opDesc->GetName());
+  return AddNode(std::move(opDesc), hash);
+}
+
+NodePtr LegacyGraph::AddNode(OpDescPtr opDesc, size_t nameHash) {
+  if (opDesc == nullptr) return nullptr;
   auto where = nodes_.end();
-  auto namesakes = byName_.equal_range(opDesc->GetName());
-  if (namesakes.first != namesakes.second) where = std::next(namesakes.first->second->position_);
-  return InsertAt(std::move(opDesc), where);
+  if (Node* namesake = nameIndex_.Find(opDesc->GetName(), nameHash)) {
+    where = std::next(namesake->position_);
+  }
+  return InsertAt(std::move(opDesc), where, nameHash);
 }
 
 NodePtr LegacyGraph::InsertNodeBefore(OpDescPtr opDesc, Node& next) {
   if (opDesc == nullptr || next.graph_ != this || next.removed_) return nullptr;
-  return InsertAt(std::move(opDesc), next.position_);
+  const size_t hash = NameIndex::Hash(opDesc->GetName());
+  return InsertAt(std::move(opDesc), next.position_, hash);
 }
 
 void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
@@ -60,12 +68,8 @@ void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
 }
 
 void LegacyGraph::Erase(Node& node) {
-  auto namesakes = byName_.equal_range(node.indexedName_);
-  for (auto it = namesakes.first; it != namesakes.second; ++it) {
-    if (it->second == &node) {
-      byName_.erase(it);
-      break;
-    }
+  if (nameIndex_.Erase(node.indexedName_, NameIndex::Hash(node.indexedName_), &node)) {
+    --namesakes_;
   }
   node.indexedName_ = {};
   node.removed_ = true;
@@ -115,12 +119,11 @@ std::vector<NodePtr> LegacyGraph::GetDirectNode() const {
 }
 
 Node* LegacyGraph::FindNodeRaw(std::string_view name) const {
-  auto namesakes = byName_.equal_range(name);
-  Node* first = nullptr;
-  for (auto it = namesakes.first; it != namesakes.second; ++it) {
-    if (first == nullptr || it->second->sequence_ < first->sequence_) first = it->second;
-  }
-  return first;
+  return nameIndex_.Find(name, NameIndex::Hash(name));
+}
+
+Node* LegacyGraph::FindNodeRaw(std::string_view name, size_t nameHash) const {
+  return nameIndex_.Find(name, nameHash);
 }
 
 NodePtr LegacyGraph::FindNode(std::string_view name) const {

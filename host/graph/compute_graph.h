@@ -13,6 +13,7 @@
 
 #include "graph/attr_holder.h"
 #include "graph/graph_arena.h"
+#include "graph/name_index.h"
 #include "graph/node.h"
 
 namespace tov {
@@ -62,6 +63,8 @@ class LegacyGraph {
   // placed right after its namesake, so that a replacement built under the same name takes the
   // place of the node it replaces once that node is removed.
   NodePtr AddNode(OpDescPtr opDesc);
+  // The same, for callers that already hashed the name with NameIndex::Hash.
+  NodePtr AddNode(OpDescPtr opDesc, size_t nameHash);
   // Like AddNode, placed right before `next`.
   NodePtr InsertNodeBefore(OpDescPtr opDesc, Node& next);
   // Removes the node and every edge still attached to it. A Const node left without consumers
@@ -70,7 +73,9 @@ class LegacyGraph {
 
   size_t GetNodesSize() const { return nodeCount_; }
   // Room for that many nodes in the name index, for callers that know the count.
-  void ReserveNodes(size_t count) { byName_.reserve(count); }
+  void ReserveNodes(size_t count) { nameIndex_.Reserve(count); }
+  // True while two nodes share a name (a replacement and the node it replaces, for instance).
+  bool HasNamesakes() const { return namesakes_ > 0; }
   // The storage of this graph's objects (see GraphArena).
   GraphArena* Arena() const { return arena_.get(); }
   // A snapshot of the nodes in node-list order.
@@ -79,6 +84,7 @@ class LegacyGraph {
   NodePtr FindNode(std::string_view name) const;
   // The same, without taking a reference.
   Node* FindNodeRaw(std::string_view name) const;
+  Node* FindNodeRaw(std::string_view name, size_t nameHash) const;
   // Visits the nodes in order without copying the list; the callback must not add or remove.
   void ForEachNode(const std::function<void(Node&)>& callback) const;
 
@@ -90,7 +96,7 @@ class LegacyGraph {
   friend class OpDescUtils;
   friend class NodeCompatibler;
 
-  NodePtr InsertAt(OpDescPtr opDesc, NodeList::iterator where);
+  NodePtr InsertAt(OpDescPtr opDesc, NodeList::iterator where, size_t nameHash);
   void DetachEdges(Node& node, std::vector<Node*>& orphanedConsts);
   void RemoveOrphanedConsts(std::vector<Node*>& candidates);
   void Erase(Node& node);
@@ -101,9 +107,10 @@ class LegacyGraph {
   std::shared_ptr<GraphArena> arena_;
   NodeList nodes_;
   size_t nodeCount_ = 0;
-  // Keys are copies of the names kept in the arena, so renaming a description cannot break
+  // Keyed by copies of the names kept in the arena, so renaming a description cannot break
   // the index.
-  std::pmr::unordered_multimap<std::string_view, Node*> byName_;
+  NameIndex nameIndex_;
+  size_t namesakes_ = 0;  // nodes whose name an earlier node still has
   uint64_t nextSequence_ = 0;
   int walkDepth_ = 0;
   std::vector<NodeList::iterator> pendingErase_;

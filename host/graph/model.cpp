@@ -51,30 +51,7 @@ graphStatus Model::Save(tesu::proto::ModelDef& modelDef, bool withTensorData) co
 }
 
 graphStatus Model::Save(google::protobuf::io::ZeroCopyOutputStream& stream) const {
-  // Tensor bytes are lent to the message while it is written instead of being copied, so saving
-  // a model costs little memory beyond the model itself.
-  // The message is built on an arena, like a loaded one, and outlives tensorBytes, which gives
-  // the lent bytes back.
-  google::protobuf::ArenaOptions options;
-  options.start_block_size = 64 * 1024;
-  options.max_block_size = 4 * 1024 * 1024;
-  google::protobuf::Arena arena(options);
-  tesu::proto::ModelDef& modelDef =
-      *google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
-  TensorBytes tensorBytes(TensorBytes::Mode::kLend);
-  const graphStatus status = BuildMessage(*this, graph_, modelDef, tensorBytes);
-  if (status != GRAPH_SUCCESS) return status;
-  if (modelDef.ByteSizeLong() > static_cast<size_t>(INT_MAX)) {
-    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "cannot save model \"%s\": it needs more than 2 GiB",
-                 name_.c_str());
-    return GRAPH_FAILED;
-  }
-  google::protobuf::io::CodedOutputStream coded(&stream);
-  // Sorted map keys make the same graph always serialise to the same bytes.
-  coded.SetSerializationDeterministic(true);
-  modelDef.SerializeToCodedStream(&coded);
-  coded.Trim();
-  return coded.HadError() ? GRAPH_FAILED : GRAPH_SUCCESS;
+  return ModelSerializer::WriteModel(*this, stream);
 }
 
 graphStatus Model::Save(std::string& bytes) const {

@@ -287,15 +287,16 @@ class ModelSerializer::GraphBuilder {
   // GRAPH_MODEL_INVALID when the op is malformed.
   graphStatus AddOp(OpDef& op) {
     OpDescPtr desc;
+    const size_t nameHash = NameIndex::Hash(op.name());
     if (op.name().empty()) {
       error_.Fail("node " + std::to_string(nodes_.size()) + " of the graph has no name");
-    } else if (graph_->FindNodeRaw(op.name()) != nullptr) {
+    } else if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
       error_.Fail("another node has the same name");
     } else {
       BuildOpDesc(op, graph_->Arena(), desc, error_);
     }
     if (error_.failed) return Reject(NodeSubject(op));  // the name is still in the message
-    NodePtr node = graph_->AddNode(desc);
+    NodePtr node = graph_->AddNode(desc, nameHash);
     if (desc->GetType() == "Const") {
       const AttrValue* value = desc->FindAttr("value");
       (*value->Get<TensorPtr>())->holder_ = node;

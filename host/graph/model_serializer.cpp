@@ -86,29 +86,8 @@ void SaveAttr(const AttrValue& value, AttrDef& def, TensorBytes& tensorBytes) {
 
 }  // namespace
 
-void TensorBytes::Fill(Tensor& tensor, std::string& data) {
-  switch (mode_) {
-    case Mode::kCopy:
-      data.assign(tensor.GetData().View());
-      return;
-    case Mode::kOmit:
-      return;
-    case Mode::kLend: {
-      auto lent = lent_.find(&tensor);
-      if (lent != lent_.end()) {
-        data = *lent->second;
-      } else {
-        tensor.MutableData().Swap(data);
-        lent_.emplace(&tensor, &data);
-      }
-      return;
-    }
-  }
-}
-
-void TensorBytes::Return() {
-  for (auto& [tensor, data] : lent_) tensor->MutableData().Swap(*data);
-  lent_.clear();
+void TensorBytes::Fill(const Tensor& tensor, std::string& data) const {
+  if (mode_ == Mode::kCopy) data.assign(tensor.GetData().View());
 }
 
 void ModelSerializer::SaveAttrs(const AttrHolder& holder,

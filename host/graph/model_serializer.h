@@ -9,26 +9,25 @@
 #include "graph/compute_graph.h"
 #include "graph/proto/model.pb.h"
 
+namespace google {
+namespace protobuf {
+namespace io {
+class ZeroCopyOutputStream;
+}
+}  // namespace protobuf
+}  // namespace google
+
 namespace tov {
 
-// How tensor bytes reach a saved message.
+// How tensor bytes reach a message built from a graph: copied, or left out.
 class TensorBytes {
  public:
-  enum class Mode { kCopy, kOmit, kLend };
+  enum class Mode { kCopy, kOmit };
   explicit TensorBytes(Mode mode) : mode_(mode) {}
-  ~TensorBytes() { Return(); }
-  TensorBytes(const TensorBytes&) = delete;
-  TensorBytes& operator=(const TensorBytes&) = delete;
-
-  // Fills `data` from the tensor: a copy, nothing, or the tensor's own bytes moved in until
-  // Return() (a tensor shared by several attributes is lent once and copied after that).
-  void Fill(Tensor& tensor, std::string& data);
-  // Gives lent bytes back to their tensors.
-  void Return();
+  void Fill(const Tensor& tensor, std::string& data) const;
 
  private:
   Mode mode_;
-  std::unordered_map<Tensor*, std::string*> lent_;
 };
 
 class Model;
@@ -39,6 +38,10 @@ class ModelSerializer {
   // malformed content logs one line naming the node and the problem and returns
   // GRAPH_MODEL_INVALID, leaving `model` as it was.
   static graphStatus LoadModel(const uint8_t* data, size_t size, Model& model);
+  // Writes the model in the ModelDef wire format straight from the graph. Fails, writing
+  // nothing, when two nodes share a name or the model needs more than 2 GiB.
+  static graphStatus WriteModel(const Model& model,
+                                google::protobuf::io::ZeroCopyOutputStream& stream);
   // Builds a compute graph from the message, moving tensor bytes out of it. On a malformed
   // graph logs one line naming the node and the problem and returns GRAPH_MODEL_INVALID.
   static graphStatus LoadGraph(tesu::proto::GraphDef& graphDef,

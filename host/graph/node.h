@@ -107,6 +107,7 @@ class LegacyNode {
   friend class NodeCompatibler;
   friend class OpDescUtils;
   friend class ModelSerializer;
+  friend class NameIndex;
 
   // Appends an input with its description and anchor; returns the new anchor.
   InDataAnchorPtr AppendInput(const TensorDesc& desc);
