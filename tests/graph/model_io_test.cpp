@@ -1,3 +1,5 @@
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
@@ -46,6 +48,18 @@ TEST(ModelIoTest, BinaryAndMessageRoundTripsAreLosslessAndSavingIsDeterministic)
   std::string savedAgain;
   ASSERT_EQ(again.Save(savedAgain), tov::GRAPH_SUCCESS);
   EXPECT_EQ(saved, savedAgain);
+
+  // Writing straight from the graph gives exactly protobuf's deterministic serialisation.
+  tesu::proto::ModelDef message;
+  ASSERT_EQ(again.Save(message), tov::GRAPH_SUCCESS);
+  std::string expected;
+  {
+    google::protobuf::io::StringOutputStream stream(&expected);
+    google::protobuf::io::CodedOutputStream coded(&stream);
+    coded.SetSerializationDeterministic(true);
+    message.SerializeToCodedStream(&coded);
+  }
+  EXPECT_EQ(savedAgain, expected);
 
   tov::Model fromMessage;
   ASSERT_EQ(fromMessage.Load(tesu::proto::ModelDef(source)), tov::GRAPH_SUCCESS);
