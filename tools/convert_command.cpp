@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "check_report.h"
+#include "framework/plugin_loader.h"
 #include "framework/profiler.h"
+#include "framework/version.h"
 #include "graph/base_buffer.h"
 #include "graph/dot_writer.h"
 #include "graph/graph.h"
@@ -15,7 +17,6 @@
 #include "model_file.h"
 #include "model_summary.h"
 #include "output_files.h"
-#include "framework/plugin_loader.h"
 #include "summary.h"
 
 namespace tesu {
@@ -29,14 +30,15 @@ int ExitCodeFor(Status status) {
   return status >= 1 && status <= 255 ? static_cast<int>(status) : kFailure;
 }
 
-const char* FrameworkName(FrameworkType type) {
-  return type == FRAMEWORK_ORVANE ? "orvane" : "";
+// A framework type as users see it: its number, then the name its plug-in registered, if any.
+std::string FrameworkLabel(FrameworkType type) {
+  const std::string name = ModelParserFactory::Instance()->FrameworkName(type);
+  return std::to_string(static_cast<int>(type)) + (name.empty() ? "" : " " + name);
 }
 
-// Loads the plug-ins; false when the plug-in directory cannot be read.
-bool LoadAllPlugins(const CliOptions& options, std::ostream& err) {
+// Loads the plug-ins into `result`; false when the plug-in directory cannot be read.
+bool LoadAllPlugins(const CliOptions& options, PluginLoadResult& result, std::ostream& err) {
   const std::string dir = ResolvePluginDirectory(options.pluginDir);
-  PluginLoadResult result;
   std::string error;
   if (!LoadPlugins(dir, result, error)) {
     err << kProgram << error << "\n";
@@ -49,7 +51,8 @@ bool LoadAllPlugins(const CliOptions& options, std::ostream& err) {
 }
 
 std::shared_ptr<ModelParser> ObtainParser(const CliOptions& options, std::ostream& err) {
-  if (!LoadAllPlugins(options, err)) return nullptr;
+  PluginLoadResult plugins;
+  if (!LoadAllPlugins(options, plugins, err)) return nullptr;
   const auto type = static_cast<FrameworkType>(options.framework);
   std::shared_ptr<ModelParser> parser = ModelParserFactory::Instance()->CreateModelParser(type);
   if (parser == nullptr) {
@@ -72,10 +75,26 @@ bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
 }
 
 int ListFrameworks(const CliOptions& options, std::ostream& out, std::ostream& err) {
-  if (!LoadAllPlugins(options, err)) return kFailure;
+  PluginLoadResult plugins;
+  if (!LoadAllPlugins(options, plugins, err)) return kFailure;
   for (FrameworkType type : ModelParserFactory::Instance()->RegisteredTypes()) {
-    const std::string name = FrameworkName(type);
-    out << static_cast<int>(type) << (name.empty() ? "" : " " + name) << "\n";
+    out << FrameworkLabel(type) << "\n";
+  }
+  return 0;
+}
+
+// The version, then each plug-in found with the framework types it registered. A plug-in
+// directory that cannot be read is reported but does not fail the command.
+int PrintVersion(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  out << "tesu-convert " << TESU_VERSION << "\n";
+  const std::string dir = ResolvePluginDirectory(options.pluginDir);
+  PluginLoadResult result;
+  if (!LoadAllPlugins(options, result, err)) return 0;
+  out << "plug-ins in " << dir << ":" << (result.loaded.empty() ? " none" : "") << "\n";
+  for (size_t i = 0; i < result.loaded.size(); ++i) {
+    out << "  " << std::filesystem::path(result.loaded[i]).filename().string() << ":";
+    for (FrameworkType type : result.frameworks[i]) out << " [" << FrameworkLabel(type) << "]";
+    out << "\n";
   }
   return 0;
 }
@@ -186,6 +205,7 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
 }  // namespace
 
 int Run(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  if (options.version) return PrintVersion(options, out, err);
   if (options.listFrameworks) return ListFrameworks(options, out, err);
   if (options.toJson) return DumpJson(options, out, err);
   return Convert(options, out, err);
