@@ -93,8 +93,12 @@ int PrintVersion(const CliOptions& options, std::ostream& out, std::ostream& err
   out << "plug-ins in " << dir << ":" << (result.loaded.empty() ? " none" : "") << "\n";
   for (size_t i = 0; i < result.loaded.size(); ++i) {
     out << "  " << std::filesystem::path(result.loaded[i]).filename().string() << ":";
-    for (FrameworkType type : result.frameworks[i]) out << " [" << FrameworkLabel(type) << "]";
-    out << "\n";
+    const char* separator = " ";
+    for (FrameworkType type : result.frameworks[i]) {
+      out << separator << FrameworkLabel(type);
+      separator = ", ";
+    }
+    out << (result.frameworks[i].empty() ? " no parser registered\n" : "\n");
   }
   return 0;
 }
