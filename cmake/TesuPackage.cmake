@@ -22,6 +22,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+# Whatever the build type, the package carries no debug information.
+set(CPACK_STRIP_FILES ON)
 # Run-time dependencies come from the binaries; building a plug-in needs the headers of these.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "cmake, g++, libprotobuf-dev, nlohmann-json3-dev")

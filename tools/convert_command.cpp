@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "check_report.h"
@@ -36,9 +37,12 @@ std::string FrameworkLabel(FrameworkType type) {
   return std::to_string(static_cast<int>(type)) + (name.empty() ? "" : " " + name);
 }
 
-// Loads the plug-ins into `result`; false when the plug-in directory cannot be read.
-bool LoadAllPlugins(const CliOptions& options, PluginLoadResult& result, std::ostream& err) {
+// Loads the plug-ins, and tells which into `loaded` when given; false when the plug-in
+// directory cannot be read.
+bool LoadAllPlugins(const CliOptions& options, std::ostream& err,
+                    PluginLoadResult* loaded = nullptr) {
   const std::string dir = ResolvePluginDirectory(options.pluginDir);
+  PluginLoadResult result;
   std::string error;
   if (!LoadPlugins(dir, result, error)) {
     err << kProgram << error << "\n";
@@ -47,12 +51,12 @@ bool LoadAllPlugins(const CliOptions& options, PluginLoadResult& result, std::os
   for (const std::string& failure : result.errors) {
     err << kProgram << "warning: cannot load plug-in: " << failure << "\n";
   }
+  if (loaded != nullptr) *loaded = std::move(result);
   return true;
 }
 
 std::shared_ptr<ModelParser> ObtainParser(const CliOptions& options, std::ostream& err) {
-  PluginLoadResult plugins;
-  if (!LoadAllPlugins(options, plugins, err)) return nullptr;
+  if (!LoadAllPlugins(options, err)) return nullptr;
   const auto type = static_cast<FrameworkType>(options.framework);
   std::shared_ptr<ModelParser> parser = ModelParserFactory::Instance()->CreateModelParser(type);
   if (parser == nullptr) {
@@ -75,8 +79,7 @@ bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
 }
 
 int ListFrameworks(const CliOptions& options, std::ostream& out, std::ostream& err) {
-  PluginLoadResult plugins;
-  if (!LoadAllPlugins(options, plugins, err)) return kFailure;
+  if (!LoadAllPlugins(options, err)) return kFailure;
   for (FrameworkType type : ModelParserFactory::Instance()->RegisteredTypes()) {
     out << FrameworkLabel(type) << "\n";
   }
@@ -89,7 +92,7 @@ int PrintVersion(const CliOptions& options, std::ostream& out, std::ostream& err
   out << "tesu-convert " << TESU_VERSION << "\n";
   const std::string dir = ResolvePluginDirectory(options.pluginDir);
   PluginLoadResult result;
-  if (!LoadAllPlugins(options, result, err)) return 0;
+  if (!LoadAllPlugins(options, err, &result)) return 0;
   out << "plug-ins in " << dir << ":" << (result.loaded.empty() ? " none" : "") << "\n";
   for (size_t i = 0; i < result.loaded.size(); ++i) {
     out << "  " << std::filesystem::path(result.loaded[i]).filename().string() << ":";
