@@ -1,8 +1,12 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build needs. Skips apt entirely when they are present.
+# Installs the Debian 12 packages the build needs; with --fuzz also the compiler and run-time
+# of the fuzz targets (scripts/fuzz.sh). Skips apt entirely when they are present.
 set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
           libgtest-dev libgmock-dev libbenchmark-dev graphviz)
+# CPack's .deb: dependencies are read from the binaries with file and dpkg-shlibdeps.
+packages+=(file dpkg-dev)
+if [[ ${1:-} == --fuzz ]]; then packages+=(clang libclang-rt-14-dev); fi
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")

@@ -3,7 +3,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DTESU_BUILD_TESTS=OFF
-cmake --build build
+# No generator named: a new tree gets CMake's default and an existing one keeps its own.
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DTESU_BUILD_TESTS=OFF
+cmake --build build -j "$(nproc)"
 build/bin/tesu-convert --model build/examples/resnet50.pb --output build/resnet50.converted.pb \
   --json build/resnet50.converted.json

@@ -1,16 +1,32 @@
 #!/usr/bin/env bash
 # Builds everything and runs the whole test suite: unit, end-to-end and benchmark smoke tests,
-# then the unit and end-to-end tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+# then checks the install tree, the plug-in SDK and the .deb (scripts/check-install.sh), then runs
+# the unit and end-to-end tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+# The first build uses CMake's default generator (Unix Makefiles) and the second Ninja, so both
+# generators are built.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 jobs=$(nproc)
 
-cmake -S . -B build-test -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+# configure DIR GENERATOR ARGS...: a directory set up by another generator is configured afresh.
+configure() {
+  local dir=$1 generator=$2
+  shift 2
+  local fresh=()
+  if [[ -f $dir/CMakeCache.txt ]] &&
+     ! grep -qx "CMAKE_GENERATOR:INTERNAL=$generator" "$dir/CMakeCache.txt"; then
+    fresh=(--fresh)
+  fi
+  cmake "${fresh[@]}" -S . -B "$dir" -G "$generator" "$@"
+}
+
+configure build-test "Unix Makefiles" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build-test -j "$jobs"
 ctest --test-dir build-test --output-on-failure -j "$jobs"
+bash scripts/check-install.sh build-test
 
-cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTESU_SANITIZE=ON -DTESU_BUILD_BENCH=OFF
+configure build-asan Ninja -DCMAKE_BUILD_TYPE=Debug -DTESU_SANITIZE=ON -DTESU_BUILD_BENCH=OFF
 cmake --build build-asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan --output-on-failure -j "$jobs" -L 'unit|e2e'

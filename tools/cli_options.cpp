@@ -271,7 +271,8 @@ constexpr const char* kExamples = R"(Examples:
   tesu-convert --model net.pb --output out.pb --dot out.dot --dot-source in.dot --profile
   tesu-convert --to-json --model net.pb --json net.json
   tesu-convert --list-frameworks --plugin-dir build/bin/plugins
-Plug-ins are loaded from --plugin-dir, else $TESU_PLUGIN_DIR, else <executable dir>/plugins.
+Plug-ins are loaded from --plugin-dir, else $TESU_PLUGIN_DIR, else <executable dir>/plugins,
+else <executable dir>/../lib/tesu/plugins (an installed tesu-convert).
 A failed conversion exits with the parser's status (1-255) and writes no output file; a refused
 command line exits with 2.)";
 
@@ -318,6 +319,9 @@ void AddFlags(CLI::App& app, CliOptions& options, std::vector<ValueFlag>& valueF
   app.add_flag("--list-frameworks", options.listFrameworks,
                "Load the plug-ins, list the framework types they serve and exit. "
                "Example: --list-frameworks");
+  app.add_flag("--version", options.version,
+               "Print the version and the plug-ins found with their framework types, and exit. "
+               "Example: --version");
   for (ValueFlag& flag : valueFlags) {
     app.add_option(flag.name, flag.text, flag.help)->type_name(flag.typeName);
   }
@@ -326,7 +330,7 @@ void AddFlags(CLI::App& app, CliOptions& options, std::vector<ValueFlag>& valueF
 
 // Rules that span several flags.
 std::string CheckCombination(const CliOptions& options) {
-  if (options.listFrameworks) return std::string();
+  if (options.listFrameworks || options.version) return std::string();
   if (options.modelFile.empty()) return "--model is required";
   if (options.toJson && options.jsonFile.empty()) return "--to-json needs --json FILE";
   if (options.toJson &&

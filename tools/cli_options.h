@@ -28,10 +28,11 @@ struct CliOptions {
   std::string dotFile;        // converted graph as Graphviz DOT
   std::string dotSourceFile;  // source graph as Graphviz DOT
   bool profile = false;
-  std::string pluginDir;  // empty: $TESU_PLUGIN_DIR, then <executable dir>/plugins
+  std::string pluginDir;  // empty: $TESU_PLUGIN_DIR, then beside the executable
   int32_t framework = FRAMEWORK_ORVANE;
   bool toJson = false;
   bool listFrameworks = false;
+  bool version = false;
   int logLevel = AI_LOG_INFO;
   ParserOptions parser;
 };

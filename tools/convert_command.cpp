@@ -4,10 +4,13 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "check_report.h"
+#include "framework/plugin_loader.h"
 #include "framework/profiler.h"
+#include "framework/version.h"
 #include "graph/base_buffer.h"
 #include "graph/dot_writer.h"
 #include "graph/graph.h"
@@ -15,7 +18,6 @@
 #include "model_file.h"
 #include "model_summary.h"
 #include "output_files.h"
-#include "framework/plugin_loader.h"
 #include "summary.h"
 
 namespace tesu {
@@ -29,12 +31,16 @@ int ExitCodeFor(Status status) {
   return status >= 1 && status <= 255 ? static_cast<int>(status) : kFailure;
 }
 
-const char* FrameworkName(FrameworkType type) {
-  return type == FRAMEWORK_ORVANE ? "orvane" : "";
+// A framework type as users see it: its number, then the name its plug-in registered, if any.
+std::string FrameworkLabel(FrameworkType type) {
+  const std::string name = ModelParserFactory::Instance()->FrameworkName(type);
+  return std::to_string(static_cast<int>(type)) + (name.empty() ? "" : " " + name);
 }
 
-// Loads the plug-ins; false when the plug-in directory cannot be read.
-bool LoadAllPlugins(const CliOptions& options, std::ostream& err) {
+// Loads the plug-ins, and tells which into `loaded` when given; false when the plug-in
+// directory cannot be read.
+bool LoadAllPlugins(const CliOptions& options, std::ostream& err,
+                    PluginLoadResult* loaded = nullptr) {
   const std::string dir = ResolvePluginDirectory(options.pluginDir);
   PluginLoadResult result;
   std::string error;
@@ -45,6 +51,7 @@ bool LoadAllPlugins(const CliOptions& options, std::ostream& err) {
   for (const std::string& failure : result.errors) {
     err << kProgram << "warning: cannot load plug-in: " << failure << "\n";
   }
+  if (loaded != nullptr) *loaded = std::move(result);
   return true;
 }
 
@@ -74,8 +81,27 @@ bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
 int ListFrameworks(const CliOptions& options, std::ostream& out, std::ostream& err) {
   if (!LoadAllPlugins(options, err)) return kFailure;
   for (FrameworkType type : ModelParserFactory::Instance()->RegisteredTypes()) {
-    const std::string name = FrameworkName(type);
-    out << static_cast<int>(type) << (name.empty() ? "" : " " + name) << "\n";
+    out << FrameworkLabel(type) << "\n";
+  }
+  return 0;
+}
+
+// The version, then each plug-in found with the framework types it registered. A plug-in
+// directory that cannot be read is reported but does not fail the command.
+int PrintVersion(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  out << "tesu-convert " << TESU_VERSION << "\n";
+  const std::string dir = ResolvePluginDirectory(options.pluginDir);
+  PluginLoadResult result;
+  if (!LoadAllPlugins(options, err, &result)) return 0;
+  out << "plug-ins in " << dir << ":" << (result.loaded.empty() ? " none" : "") << "\n";
+  for (size_t i = 0; i < result.loaded.size(); ++i) {
+    out << "  " << std::filesystem::path(result.loaded[i]).filename().string() << ":";
+    const char* separator = " ";
+    for (FrameworkType type : result.frameworks[i]) {
+      out << separator << FrameworkLabel(type);
+      separator = ", ";
+    }
+    out << (result.frameworks[i].empty() ? " no parser registered\n" : "\n");
   }
   return 0;
 }
@@ -186,6 +212,7 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
 }  // namespace
 
 int Run(const CliOptions& options, std::ostream& out, std::ostream& err) {
+  if (options.version) return PrintVersion(options, out, err);
   if (options.listFrameworks) return ListFrameworks(options, out, err);
   if (options.toJson) return DumpJson(options, out, err);
   return Convert(options, out, err);

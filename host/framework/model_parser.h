@@ -90,11 +90,16 @@ class ModelParserFactory {
   // Registers the creator for a framework. A second creator for the same framework is refused
   // (returns false) and the first stays.
   bool RegisterCreator(FrameworkType type, ModelParserCreator creator);
+  // The same, with the framework's name as users see it (for example in a list of the
+  // frameworks that the loaded plug-ins serve). The name is kept only if the creator is.
+  bool RegisterCreator(FrameworkType type, ModelParserCreator creator, const std::string& name);
   // A new parser, or null when no creator is registered or the creator failed.
   std::shared_ptr<ModelParser> CreateModelParser(FrameworkType type) const;
   bool IsRegistered(FrameworkType type) const;
   // Registered framework types, ascending.
   std::vector<FrameworkType> RegisteredTypes() const;
+  // The name registered with the framework's creator; empty when it came without one.
+  std::string FrameworkName(FrameworkType type) const;
   // Order of registration, for start-up diagnostics.
   size_t RegistrationCount() const { return registrations_; }
   // Drops every creator; for tests.
@@ -103,6 +108,7 @@ class ModelParserFactory {
  private:
   ModelParserFactory() = default;
   std::map<FrameworkType, ModelParserCreator> creators_;
+  std::map<FrameworkType, std::string> names_;
   size_t registrations_ = 0;
 };
 

@@ -28,6 +28,11 @@ ModelParserFactory* ModelParserFactory::Instance() {
 }
 
 bool ModelParserFactory::RegisterCreator(FrameworkType type, ModelParserCreator creator) {
+  return RegisterCreator(type, std::move(creator), std::string());
+}
+
+bool ModelParserFactory::RegisterCreator(FrameworkType type, ModelParserCreator creator,
+                                         const std::string& name) {
   if (!IsValidType(type) || !creator) {
     AI_Log_Print(AI_LOG_ERROR, kModule, "refused parser creator for framework %d: %s",
                  static_cast<int>(type), creator ? "type out of range" : "empty creator");
@@ -40,6 +45,7 @@ bool ModelParserFactory::RegisterCreator(FrameworkType type, ModelParserCreator 
                  static_cast<int>(type));
     return false;
   }
+  if (!name.empty()) names_[type] = name;
   ++registrations_;
   return true;
 }
@@ -78,9 +84,16 @@ std::vector<FrameworkType> ModelParserFactory::RegisteredTypes() const {
   return types;
 }
 
+std::string ModelParserFactory::FrameworkName(FrameworkType type) const {
+  std::lock_guard<std::mutex> lock(FactoryMutex());
+  auto found = names_.find(type);
+  return found == names_.end() ? std::string() : found->second;
+}
+
 void ModelParserFactory::Clear() {
   std::lock_guard<std::mutex> lock(FactoryMutex());
   creators_.clear();
+  names_.clear();
   registrations_ = 0;
 }
 

@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
+
+#include "framework/model_parser.h"
 
 namespace tesu {
 namespace {
@@ -19,19 +22,47 @@ bool IsPluginFileName(const std::string& name) {
          name.compare(name.size() - 3, 3, kSuffix) == 0;
 }
 
-std::string ExecutableDirectory() {
+// The directory that holds the real file behind `file`. A path that cannot be resolved (the
+// file is gone) is used as written.
+fs::path RealParentDirectory(const std::string& file) {
   std::error_code ec;
-  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
-  return ec ? std::string(".") : self.parent_path().string();
+  const fs::path real = fs::canonical(file, ec);
+  return (ec ? fs::absolute(file, ec) : real).parent_path();
+}
+
+std::vector<FrameworkType> NewTypes(const std::vector<FrameworkType>& before,
+                                    const std::vector<FrameworkType>& after) {
+  std::vector<FrameworkType> added;
+  std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
+                      std::back_inserter(added));
+  return added;
 }
 
 }  // namespace
+
+std::vector<std::string> DefaultPluginDirectoryCandidates() {
+  // The build tree's layout, then the install layout: TESU_INSTALLED_PLUGIN_DIR is the installed
+  // plug-in directory relative to the installed bin/, set by the build from its install paths.
+  return {"plugins", TESU_INSTALLED_PLUGIN_DIR};
+}
+
+std::string PluginDirectoryBeside(const std::string& file,
+                                  const std::vector<std::string>& candidates) {
+  if (candidates.empty()) return std::string();
+  const fs::path base = RealParentDirectory(file);
+  for (const std::string& candidate : candidates) {
+    const fs::path dir = (base / candidate).lexically_normal();
+    std::error_code ec;
+    if (fs::is_directory(dir, ec)) return dir.string();
+  }
+  return (base / candidates.front()).lexically_normal().string();
+}
 
 std::string ResolvePluginDirectory(const std::string& flagValue) {
   if (!flagValue.empty()) return flagValue;
   const char* env = std::getenv("TESU_PLUGIN_DIR");
   if (env != nullptr && *env != '\0') return env;
-  return (fs::path(ExecutableDirectory()) / "plugins").string();
+  return PluginDirectoryBeside("/proc/self/exe", DefaultPluginDirectoryCandidates());
 }
 
 bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& error) {
@@ -45,9 +76,12 @@ bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& 
     return false;
   }
   std::sort(libraries.begin(), libraries.end());
+  const ModelParserFactory& factory = *ModelParserFactory::Instance();
   for (const fs::path& library : libraries) {
+    const std::vector<FrameworkType> before = factory.RegisteredTypes();
     if (dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL) != nullptr) {
       result.loaded.push_back(library.string());
+      result.frameworks.push_back(NewTypes(before, factory.RegisteredTypes()));
     } else {
       const char* reason = dlerror();
       result.errors.push_back(reason != nullptr ? reason : library.string());

@@ -101,9 +101,9 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
 TEST_F(ConvertCliTest, PluginDirectoryComesFromTheFlagThenTheEnvironment) {
   fs::create_directory(Path("empty"));
   const std::string plugins = (fs::path(TESU_CONVERT_PATH).parent_path() / "plugins").string();
-  EXPECT_EQ(Run({"--list-frameworks"}).out, "6 orvane\n");
+  EXPECT_EQ(Run({"--list-frameworks"}).out, "6 Orvane\n");
   EXPECT_EQ(Run({"--list-frameworks"}, Path("empty")).out, "");
-  EXPECT_EQ(Run({"--list-frameworks", "--plugin-dir", plugins}, Path("empty")).out, "6 orvane\n");
+  EXPECT_EQ(Run({"--list-frameworks", "--plugin-dir", plugins}, Path("empty")).out, "6 Orvane\n");
 }
 
 }  // namespace

@@ -50,6 +50,17 @@ TEST_F(FactoryTest, FirstValidCreatorPerFrameworkWinsAndTypesAreListedAscending)
             (std::vector<FrameworkType>{static_cast<FrameworkType>(3), tesu::FRAMEWORK_ORVANE}));
 }
 
+TEST_F(FactoryTest, FrameworkNameIsKeptOnlyWithAnAcceptedCreator) {
+  const auto other = static_cast<FrameworkType>(3);
+  EXPECT_TRUE(factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, CreatorWithTag(1), "First"));
+  EXPECT_FALSE(factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, CreatorWithTag(2), "Second"));
+  EXPECT_TRUE(factory_.RegisterCreator(other, CreatorWithTag(3)));
+  EXPECT_EQ(factory_.FrameworkName(tesu::FRAMEWORK_ORVANE), "First");
+  EXPECT_EQ(factory_.FrameworkName(other), "");
+  factory_.Clear();
+  EXPECT_EQ(factory_.FrameworkName(tesu::FRAMEWORK_ORVANE), "");
+}
+
 TEST_F(FactoryTest, ThrowingCreatorYieldsNoParser) {
   factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, []() -> std::shared_ptr<tesu::ModelParser> {
     throw std::runtime_error("out of memory");

@@ -111,7 +111,7 @@ class OrvaneParserRegistrar {
   OrvaneParserRegistrar() {
     // A refusal (another creator already holds the slot) leaves the host's choice in place.
     (void)ModelParserFactory::Instance()->RegisterCreator(FRAMEWORK_ORVANE,
-                                                          Creator_ORVANE_Model_Parser);
+                                                          Creator_ORVANE_Model_Parser, "Orvane");
   }
 };
 

@@ -1,0 +1,53 @@
+// Where a program finds its plug-ins: beside it in a build tree, under its prefix once
+// installed, and always relative to the real program rather than a link to it.
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "framework/plugin_loader.h"
+#include "framework/test_files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(PluginDirectoryTest, FirstExistingCandidateBesideTheRealProgram) {
+  struct Case {
+    const char* name;
+    std::vector<const char*> dirs;  // made under the case's root
+    const char* link;  // when set, the program is run through this link to usr/bin/tool
+    const char* expected;
+  };
+  const std::vector<Case> cases = {
+      {"build tree", {"usr/bin/plugins"}, nullptr, "usr/bin/plugins"},
+      {"installed", {"usr/lib/tesu/plugins"}, nullptr, "usr/lib/tesu/plugins"},
+      {"beside wins", {"usr/bin/plugins", "usr/lib/tesu/plugins"}, nullptr, "usr/bin/plugins"},
+      {"through a link",
+       {"usr/lib/tesu/plugins", "opt/plugins"},
+       "opt/tool",
+       "usr/lib/tesu/plugins"},
+      {"none: the first", {}, nullptr, "usr/bin/plugins"},
+  };
+  const std::vector<std::string> candidates = {"plugins", "../lib/tesu/plugins"};
+  frameworktest::TempDir temp;
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const Case& c = cases[i];
+    const fs::path root = temp.Path(std::to_string(i));
+    fs::create_directories(root / "usr/bin");
+    frameworktest::WriteFile((root / "usr/bin/tool").string(), "");
+    for (const char* dir : c.dirs) fs::create_directories(root / dir);
+    fs::path program = root / "usr/bin/tool";
+    if (c.link != nullptr) {
+      fs::create_directories((root / c.link).parent_path());
+      fs::create_symlink(program, root / c.link);
+      program = root / c.link;
+    }
+    EXPECT_EQ(tesu::PluginDirectoryBeside(program.string(), candidates),
+              fs::canonical(root).append(c.expected).string())
+        << c.name;
+  }
+}
+
+}  // namespace
