@@ -2,7 +2,8 @@
 # Installs the Debian 12 packages the build needs. Skips apt entirely when they are present.
 set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
-          libgtest-dev libgmock-dev libbenchmark-dev graphviz)
+          libgtest-dev libgmock-dev libbenchmark-dev graphviz
+          python3-dev pybind11-dev python3-numpy python3-pytest)
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")

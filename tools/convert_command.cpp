@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "check_report.h"
+#include "exit_status.h"
+#include "framework/plugin_loader.h"
 #include "framework/profiler.h"
 #include "graph/base_buffer.h"
 #include "graph/dot_writer.h"
@@ -15,7 +17,6 @@
 #include "model_file.h"
 #include "model_summary.h"
 #include "output_files.h"
-#include "framework/plugin_loader.h"
 #include "summary.h"
 
 namespace tesu {
@@ -23,11 +24,6 @@ namespace cli {
 namespace {
 
 constexpr const char* kProgram = "tesu-convert: ";
-constexpr int kFailure = 1;
-
-int ExitCodeFor(Status status) {
-  return status >= 1 && status <= 255 ? static_cast<int>(status) : kFailure;
-}
 
 const char* FrameworkName(FrameworkType type) {
   return type == FRAMEWORK_ORVANE ? "orvane" : "";
