@@ -33,6 +33,14 @@ TensorInfo InfoOf(const tov::TensorDesc& desc) {
           *format != '\0' ? format : std::to_string(static_cast<int>(desc.GetFormat()))};
 }
 
+template <typename DescAt>
+std::vector<TensorInfo> Infos(size_t count, DescAt descAt) {
+  std::vector<TensorInfo> infos;
+  infos.reserve(count);
+  for (size_t i = 0; i < count; ++i) infos.push_back(InfoOf(descAt(static_cast<uint32_t>(i))));
+  return infos;
+}
+
 // Attribute strings are usually text but may hold any bytes; undecodable bytes are kept as
 // surrogate escapes rather than failing the whole mapping.
 py::str Text(const std::string& text) {
@@ -132,20 +140,14 @@ class PyNode {
 
   std::vector<TensorInfo> InputDescs() const {
     const tov::OpDesc& desc = *node_->GetOpDesc();
-    std::vector<TensorInfo> infos;
-    for (size_t i = 0; i < desc.GetInputsSize(); ++i) {
-      infos.push_back(InfoOf(desc.GetInputDesc(static_cast<uint32_t>(i))));
-    }
-    return infos;
+    return Infos(desc.GetInputsSize(),
+                 [&desc](uint32_t i) -> const tov::TensorDesc& { return desc.GetInputDesc(i); });
   }
 
   std::vector<TensorInfo> OutputDescs() const {
     const tov::OpDesc& desc = *node_->GetOpDesc();
-    std::vector<TensorInfo> infos;
-    for (size_t i = 0; i < desc.GetOutputsSize(); ++i) {
-      infos.push_back(InfoOf(desc.GetOutputDesc(static_cast<uint32_t>(i))));
-    }
-    return infos;
+    return Infos(desc.GetOutputsSize(),
+                 [&desc](uint32_t i) -> const tov::TensorDesc& { return desc.GetOutputDesc(i); });
   }
 
   py::list Weights() const {
@@ -295,11 +297,13 @@ void BindGraph(py::module_& module) {
       .def(
           "__getitem__",
           [](const GraphStatePtr& graph, const std::string& name) { return NodeOf(graph, name); },
-          "The node of that name; KeyError when there is none.")
-      .def("__contains__",
-           [](const GraphState& graph, const std::string& name) {
-             return graph.compute->FindNode(name) != nullptr;
-           })
+          py::arg("name"), "The node of that name; KeyError when there is none.")
+      .def(
+          "__contains__",
+          [](const GraphState& graph, const std::string& name) {
+            return graph.compute->FindNode(name) != nullptr;
+          },
+          py::arg("name"))
       .def_property_readonly(
           "inputs", [](const GraphStatePtr& graph) { return DataNodes(graph); },
           "The graph inputs: its Data nodes, in order.")

@@ -22,6 +22,9 @@ from ._tesu import Graph, Node, TensorDesc
 __all__ = ["convert", "load", "to_json", "frameworks", "ConversionError", "Graph", "Node",
            "TensorDesc"]
 
+for _type in (Graph, Node, TensorDesc):
+    _type.__module__ = __name__
+
 logger = logging.getLogger("tesu")
 # As for any library: the application decides where log lines go (ConversionError carries the
 # lines of a failure either way).
@@ -141,8 +144,8 @@ def _output_formats(value):
 
 def _framework(value):
     _integer("framework", value)
-    if not 0 <= value < 64:
-        raise ValueError(f"framework: {value!r} is out of range (0-63)")
+    if not -2**31 <= value < 2**31:
+        raise ValueError(f"framework {value!r}: no parser (out of range)")
     return value
 
 
