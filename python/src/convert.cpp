@@ -51,8 +51,8 @@ struct Outcome {
   }
 };
 
-// Captures the calling thread's log lines into the outcome and its timed steps, for as long as
-// it lives.
+// Captures the calling thread's log lines into the outcome, and its timed steps, for as long as
+// it lives. Installed and removed on the same thread, with or without the GIL.
 class Capture {
  public:
   Capture(Outcome& outcome, int threshold)
@@ -121,9 +121,6 @@ void ParseOption(const char* keyword, const std::optional<std::string>& text,
 // when the directory cannot be read.
 const PluginDirectory* Plugins(const std::string& pluginDir, Outcome& outcome) {
   const PluginDirectory& plugins = LoadPluginsOnce(pluginDir);
-  for (const std::string& failure : plugins.failures) {
-    outcome.log.push_back({AI_LOG_WARNING, "TESU_PY", "cannot load plug-in: " + failure});
-  }
   if (!plugins.listed) {
     outcome.Fail(tesu::cli::kFailure, plugins.error);
     return nullptr;
@@ -173,8 +170,7 @@ class ScratchDirectory {
 };
 
 void Parse(tesu::ModelParser& parser, ModelSource& source, tesu::ParserOptions& options,
-           Outcome& outcome, int threshold) {
-  Capture capture(outcome, threshold);
+           const Capture& capture, Outcome& outcome) {
   std::string error;
   if (!source.Materialise(error)) {
     return outcome.Fail(tesu::cli::kFailure, "cannot read " + source.Label() + ": " + error);
@@ -239,12 +235,13 @@ Outcome Convert(const py::object& model, const std::optional<std::string>& input
   options.modelFile = source.Label();
 
   Outcome outcome;
-  const PluginDirectory* plugins = Plugins(pluginDir, outcome);
-  if (plugins == nullptr) return outcome;
-  const std::shared_ptr<tesu::ModelParser> parser = ParserFor(framework, *plugins);
   {
+    const Capture capture(outcome, threshold);
+    const PluginDirectory* plugins = Plugins(pluginDir, outcome);
+    if (plugins == nullptr) return outcome;
+    const std::shared_ptr<tesu::ModelParser> parser = ParserFor(framework, *plugins);
     py::gil_scoped_release release;
-    Parse(*parser, source, options, outcome, threshold);
+    Parse(*parser, source, options, capture, outcome);
   }
   return outcome;
 }
@@ -253,7 +250,7 @@ Outcome Load(const py::object& model, int threshold) {
   ModelSource source = SourceOf(model);
   Outcome outcome;
   py::gil_scoped_release release;
-  Capture capture(outcome, threshold);
+  const Capture capture(outcome, threshold);
   std::string error;
   if (!source.Materialise(error)) {
     outcome.Fail(tesu::cli::kFailure, "cannot read " + source.Label() + ": " + error);
@@ -279,11 +276,11 @@ Outcome ToJson(const py::object& model, int framework, const std::string& plugin
                int threshold) {
   const ModelSource source = SourceOf(model);
   Outcome outcome;
+  const Capture capture(outcome, threshold);
   const PluginDirectory* plugins = Plugins(pluginDir, outcome);
   if (plugins == nullptr) return outcome;
   const std::shared_ptr<tesu::ModelParser> parser = ParserFor(framework, *plugins);
   py::gil_scoped_release release;
-  Capture capture(outcome, threshold);
   ScratchDirectory scratch;
   if (!scratch.Valid()) {
     outcome.Fail(tesu::cli::kFailure, "cannot create a temporary directory");

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "framework/plugin_loader.h"
+#include "log/log.h"
 
 namespace tesupy {
 namespace {
@@ -62,7 +63,9 @@ const PluginDirectory& LoadPluginsOnce(const std::string& requested) {
     result.path = path;
     tesu::PluginLoadResult loaded;
     result.listed = tesu::LoadPlugins(path, loaded, result.error);
-    result.failures = std::move(loaded.errors);
+    for (const std::string& failure : loaded.errors) {
+      AI_Log_Print(AI_LOG_WARNING, "TESU_PY", "cannot load plug-in: %s", failure.c_str());
+    }
   });
   return entry->result;
 }

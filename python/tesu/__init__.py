@@ -14,6 +14,7 @@ Conversions release the GIL, so threads convert models in parallel.
 """
 
 import logging
+import operator
 import os
 
 from . import _tesu
@@ -52,6 +53,10 @@ class ConversionError(RuntimeError):
         self.log = list(log)
         self.report = report
 
+    def __reduce__(self):
+        # Rebuilt whole when it crosses a process boundary (a process pool, multiprocessing).
+        return type(self), (str(self), self.status, self.log, self.report)
+
 
 def _path_or_bytes(model):
     if isinstance(model, (bytes, bytearray, memoryview)):
@@ -83,9 +88,13 @@ def _name(keyword, name):
 
 
 def _integer(keyword, value):
-    if isinstance(value, bool) or not isinstance(value, int):
-        raise TypeError(f"{keyword}: {value!r} is not an int")
-    return str(value)
+    """An int, or anything that stands for one exactly (numpy integers), as text."""
+    try:
+        if isinstance(value, bool):
+            raise TypeError
+        return str(operator.index(value))
+    except TypeError:
+        raise TypeError(f"{keyword}: {value!r} is not an int") from None
 
 
 def _named_value(keyword, value):
@@ -143,7 +152,7 @@ def _output_formats(value):
 
 
 def _framework(value):
-    _integer("framework", value)
+    value = int(_integer("framework", value))
     if not -2**31 <= value < 2**31:
         raise ValueError(f"framework {value!r}: no parser (out of range)")
     return value

@@ -2,7 +2,9 @@
 
 import json
 import logging
+import pickle
 
+import numpy as np
 import pytest
 
 import tesu
@@ -30,7 +32,7 @@ def test_keyword_values_reach_the_parser_as_the_cli_flags_do(workdir):
                           "image:2,3,-1,32", "--input_type", "image:FLOAT16", "--input_format",
                           "image:NHWC", "--out_nodes", "squeeze:0", "--output_format", "3")
     assert status == 0, err
-    graph = tesu.convert(model, input_shape={"image": [2, 3, -1, 32]},
+    graph = tesu.convert(model, input_shape={"image": np.array([2, 3, -1, 32])},
                          input_type={"image": "float16"}, input_format={"image": 1},
                          out_nodes=[("squeeze", 0)], output_format=["NC1HWC0"])
     graph.save(workdir / "py.pb")
@@ -48,6 +50,7 @@ def test_unsupported_operator_raises_with_status_report_and_writes_nothing(workd
         tesu.convert(sample("unsupported.pb"))
     error = caught.value
     assert isinstance(error, RuntimeError)
+    assert pickle.loads(pickle.dumps(error)).report == error.report
     assert error.status == status == 1
     assert "unsupported operator types: Gelu (2), LayerNorm (1), Softmax (1)" in str(error)
     assert error.report == json.loads((workdir / "cli_report.json").read_text())
