@@ -3,7 +3,8 @@
 # of the fuzz targets (scripts/fuzz.sh). Skips apt entirely when they are present.
 set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
-          libgtest-dev libgmock-dev libbenchmark-dev graphviz)
+          libgtest-dev libgmock-dev libbenchmark-dev graphviz
+          python3-dev pybind11-dev python3-numpy python3-pytest)
 # CPack's .deb: dependencies are read from the binaries with file and dpkg-shlibdeps.
 packages+=(file dpkg-dev)
 if [[ ${1:-} == --fuzz ]]; then packages+=(clang libclang-rt-14-dev); fi

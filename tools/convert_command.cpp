@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "check_report.h"
+#include "exit_status.h"
 #include "framework/plugin_loader.h"
 #include "framework/profiler.h"
 #include "framework/version.h"
@@ -25,11 +26,6 @@ namespace cli {
 namespace {
 
 constexpr const char* kProgram = "tesu-convert: ";
-constexpr int kFailure = 1;
-
-int ExitCodeFor(Status status) {
-  return status >= 1 && status <= 255 ? static_cast<int>(status) : kFailure;
-}
 
 // A framework type as users see it: its number, then the name its plug-in registered, if any.
 std::string FrameworkLabel(FrameworkType type) {

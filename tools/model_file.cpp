@@ -1,5 +1,7 @@
 #include "model_file.h"
 
+#include <string_view>
+
 #include <google/protobuf/util/json_util.h>
 
 #include "framework/proto_io.h"
@@ -7,19 +9,19 @@
 
 namespace tesu {
 namespace cli {
-namespace {
-
-bool IsJsonText(const std::string& bytes) {
-  const size_t first = bytes.find_first_not_of(" \t\r\n");
-  return first != std::string::npos && bytes[first] == '{';
-}
-
-}  // namespace
 
 bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error) {
   if (!ReadFileBytes(path, bytes, error)) return false;
-  if (!IsJsonText(bytes)) return true;
+  return !IsJsonModel(bytes.data(), bytes.size()) || JsonModelToBinary(bytes, error);
+}
 
+bool IsJsonModel(const char* data, size_t size) {
+  const std::string_view text(data, size);
+  const size_t first = text.find_first_not_of(" \t\r\n");
+  return first != std::string_view::npos && text[first] == '{';
+}
+
+bool JsonModelToBinary(std::string& bytes, std::string& error) {
   tesu::proto::ModelDef model;
   const auto status = google::protobuf::util::JsonStringToMessage(bytes, &model);
   if (!status.ok()) {

@@ -48,7 +48,7 @@ bool InMessage(CodedInputStream& in, Body body) {
 
 }  // namespace
 
-bool SummarizeModel(const std::string& bytes, std::string& name, OpCounts& counts) {
+bool SummarizeModel(std::string_view bytes, std::string& name, OpCounts& counts) {
   if (bytes.size() > static_cast<size_t>(INT_MAX)) return false;
   CodedInputStream in(reinterpret_cast<const uint8_t*>(bytes.data()),
                       static_cast<int>(bytes.size()));

@@ -3,6 +3,7 @@
 #define TESU_TOOLS_MODEL_SUMMARY_H
 
 #include <string>
+#include <string_view>
 
 #include "summary.h"
 
@@ -13,7 +14,7 @@ namespace cli {
 // walks the wire format with protobuf's reader and skips everything else, so summarising a
 // model with large weights neither copies them nor builds the model. False when the bytes are
 // not well-formed.
-bool SummarizeModel(const std::string& bytes, std::string& name, OpCounts& counts);
+bool SummarizeModel(std::string_view bytes, std::string& name, OpCounts& counts);
 
 }  // namespace cli
 }  // namespace tesu

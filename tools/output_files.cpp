@@ -40,13 +40,18 @@ Status WriteModelFile(const ConversionResult& result, const std::string& path) {
   return status != SUCCESS ? status : written;
 }
 
-Status WriteModelJson(const ConversionResult& result, const std::string& path) {
-  tesu::proto::ModelDef model;
-  const Status status = result.converted.Save(model, /*withTensorData=*/false);
+Status ModelToJson(const tov::Model& model, nlohmann::json& json) {
+  tesu::proto::ModelDef message;
+  const Status status = model.Save(message, /*withTensorData=*/false);
   if (status != SUCCESS) return status;
+  Pb2Json::Message2Json(message, {"data"}, json, false);
+  return SUCCESS;
+}
+
+Status WriteModelJson(const ConversionResult& result, const std::string& path) {
   nlohmann::json json;
-  Pb2Json::Message2Json(model, {"data"}, json, false);
-  return ModelSaver::SaveJsonToFile(path.c_str(), json);
+  const Status status = ModelToJson(result.converted, json);
+  return status != SUCCESS ? status : ModelSaver::SaveJsonToFile(path.c_str(), json);
 }
 
 Status WriteGraphDot(const ConversionResult& result, const std::string& path) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "cli_options.h"
 #include "framework/model_parser.h"
 #include "graph/model.h"
@@ -34,7 +36,9 @@ std::vector<OutputFile> PlannedOutputs(const CliOptions& options);
 
 // The converted model as a binary ModelDef.
 Status WriteModelFile(const ConversionResult& result, const std::string& path);
-// The converted model as JSON, tensor data left out; the same form as the parser's JSON dump.
+// A model as JSON, tensor data left out; the same form as the parser's JSON dump.
+Status ModelToJson(const tov::Model& model, nlohmann::json& json);
+// The converted model as JSON (ModelToJson).
 Status WriteModelJson(const ConversionResult& result, const std::string& path);
 // The converted graph, or the source graph, as Graphviz DOT.
 Status WriteGraphDot(const ConversionResult& result, const std::string& path);

@@ -6,6 +6,7 @@
 namespace tesu {
 namespace {
 std::atomic<bool> g_enabled{false};
+thread_local ProfileCapture* t_capture = nullptr;
 std::mutex g_mutex;
 std::vector<Profiler::Step>& Steps() {
   static std::vector<Profiler::Step> steps;
@@ -17,10 +18,14 @@ void Profiler::Enable(bool enabled) {
   g_enabled = enabled;
 }
 bool Profiler::Enabled() {
-  return g_enabled;
+  return t_capture != nullptr || g_enabled;
 }
 
 void Profiler::Record(const std::string& name, double milliseconds) {
+  if (t_capture != nullptr) {
+    t_capture->steps_.push_back({name, milliseconds});
+    return;
+  }
   std::lock_guard<std::mutex> lock(g_mutex);
   Steps().push_back({name, milliseconds});
 }
@@ -30,6 +35,14 @@ std::vector<Profiler::Step> Profiler::Take() {
   std::vector<Step> steps;
   steps.swap(Steps());
   return steps;
+}
+
+ProfileCapture::ProfileCapture() : outer_(t_capture) {
+  t_capture = this;
+}
+
+ProfileCapture::~ProfileCapture() {
+  t_capture = outer_;
 }
 
 }  // namespace tesu

@@ -22,6 +22,24 @@ class Profiler {
   static std::vector<Step> Take();
 };
 
+// Takes over the profiler on the calling thread while it lives: steps timed on this thread are
+// recorded here, whether or not the process-wide profiler is enabled, and never reach the
+// process-wide list. Other threads are unaffected, so conversions running at once on several
+// threads each get their own steps. Captures nest; the innermost one records.
+class ProfileCapture {
+ public:
+  ProfileCapture();
+  ~ProfileCapture();
+  ProfileCapture(const ProfileCapture&) = delete;
+  ProfileCapture& operator=(const ProfileCapture&) = delete;
+  const std::vector<Profiler::Step>& Steps() const { return steps_; }
+
+ private:
+  friend class Profiler;
+  std::vector<Profiler::Step> steps_;
+  ProfileCapture* outer_;
+};
+
 // Records the time from its construction to its destruction as one step.
 class ProfileScope {
  public:

@@ -51,13 +51,36 @@ std::string FormatMessage(const char* fmt, va_list args) {
 
 }  // namespace
 
+namespace tesu {
+namespace log {
+
+// The innermost capture of the calling thread, or null.
+struct ThreadCaptureAccess {
+  static thread_local const ThreadCapture* current;
+  static int Threshold(const ThreadCapture& capture) { return capture.threshold_; }
+  static const Sink& SinkOf(const ThreadCapture& capture) { return capture.sink_; }
+};
+thread_local const ThreadCapture* ThreadCaptureAccess::current = nullptr;
+
+}  // namespace log
+}  // namespace tesu
+
 extern "C" void AI_Log_Print(int level, const char* module, const char* fmt, ...) {
-  if (level < g_threshold.load(std::memory_order_relaxed) || fmt == nullptr) return;
+  using tesu::log::ThreadCaptureAccess;
+  const tesu::log::ThreadCapture* capture = ThreadCaptureAccess::current;
+  const int threshold = capture != nullptr ? ThreadCaptureAccess::Threshold(*capture)
+                                           : g_threshold.load(std::memory_order_relaxed);
+  if (level < threshold || fmt == nullptr) return;
   va_list args;
   va_start(args, fmt);
   std::string text = FormatMessage(fmt, args);
   va_end(args);
   const std::string moduleName = module != nullptr ? module : "";
+  if (capture != nullptr) {
+    const tesu::log::Sink& sink = ThreadCaptureAccess::SinkOf(*capture);
+    if (sink) sink(level, moduleName, text);
+    return;
+  }
 
   // The sink runs under the lock so that a capturing test sees whole lines in order; a sink
   // therefore must not log itself.
@@ -67,8 +90,8 @@ extern "C" void AI_Log_Print(int level, const char* module, const char* fmt, ...
     sink(level, moduleName, text);
     return;
   }
-  std::string line = "[" + std::string(LevelName(level)) + "] [" + moduleName + "] " + text;
-  if (line.empty() || line.back() != '\n') line += '\n';
+  std::string line = tesu::log::FormatLine(level, moduleName, text);
+  if (line.back() != '\n') line += '\n';
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
@@ -79,6 +102,10 @@ void SetLevel(int threshold) {
   g_threshold.store(threshold, std::memory_order_relaxed);
 }
 
+std::string FormatLine(int level, const std::string& module, const std::string& text) {
+  return "[" + std::string(LevelName(level)) + "] [" + module + "] " + text;
+}
+
 int GetLevel() {
   return g_threshold.load(std::memory_order_relaxed);
 }
@@ -86,6 +113,15 @@ int GetLevel() {
 void SetSink(Sink sink) {
   std::lock_guard<std::mutex> lock(OutputMutex());
   CurrentSink() = std::move(sink);
+}
+
+ThreadCapture::ThreadCapture(int threshold, Sink sink)
+    : threshold_(threshold), sink_(std::move(sink)), outer_(ThreadCaptureAccess::current) {
+  ThreadCaptureAccess::current = this;
+}
+
+ThreadCapture::~ThreadCapture() {
+  ThreadCaptureAccess::current = outer_;
 }
 
 }  // namespace log

@@ -1,0 +1,8 @@
+// The extension module tesu._tesu; the package tesu (tesu/__init__.py) wraps it.
+#include "graph_state.h"
+
+PYBIND11_MODULE(_tesu, module) {
+  module.doc() = "Bindings of the tesu converter; use the tesu package rather than this module.";
+  tesupy::BindGraph(module);
+  tesupy::BindConvert(module);
+}
