@@ -26,7 +26,7 @@ constexpr char kModule[] = "GRAPH";
 void SaveDesc(const TensorDesc& desc, TensorDescriptor& def) {
   def.set_dtype(desc.GetDataType());
   def.set_format(desc.GetFormat());
-  const Shape::Dims& dims = desc.GetShape().DimList();
+  const Shape::Dims& dims = desc.GetShape().GetDims();
   def.mutable_shape()->Add(dims.begin(), dims.end());
   bool reuse = false;
   TensorUtils::GetReuseInput(desc, reuse);

@@ -185,7 +185,7 @@ class ModelWalk {
   void Desc(const TensorDesc& desc) {
     Int(1, desc.GetDataType());
     Int(2, desc.GetFormat());
-    Packed(3, desc.GetShape().DimList(),
+    Packed(3, desc.GetShape().GetDims(),
            [this](int64_t dim) { sink_.Varint(static_cast<uint64_t>(dim)); });
     bool reuse = false;
     TensorUtils::GetReuseInput(desc, reuse);

@@ -25,9 +25,8 @@ class Shape {
   // The index must be below GetDimNum(); out of range reads 0.
   int64_t GetDim(size_t index) const { return index < dims_.size() ? dims_[index] : 0; }
   graphStatus SetDim(size_t index, int64_t value);
-  // A copy of the dimensions; DimList() reads them in place.
-  std::vector<int64_t> GetDims() const { return dims_.ToVector(); }
-  const Dims& DimList() const { return dims_; }
+  // The dimensions in place; they convert to a std::vector where one is needed.
+  const Dims& GetDims() const { return dims_; }
 
   // Element count of a fully known shape. False when a dimension is negative or the product
   // does not fit in 64 bits.

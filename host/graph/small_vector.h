@@ -74,11 +74,18 @@ class SmallVector {
   T& operator[](size_t index) { return data()[index]; }
   const T& operator[](size_t index) const { return data()[index]; }
   std::vector<T> ToVector() const { return std::vector<T>(begin(), end()); }
+  operator std::vector<T>() const { return ToVector(); }  // NOLINT: a shape reads as a vector
 
   bool operator==(const SmallVector& other) const {
     return size_ == other.size_ && std::equal(begin(), end(), other.begin());
   }
   bool operator!=(const SmallVector& other) const { return !(*this == other); }
+  friend bool operator==(const SmallVector& a, const std::vector<T>& b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin());
+  }
+  friend bool operator==(const std::vector<T>& a, const SmallVector& b) { return b == a; }
+  friend bool operator!=(const SmallVector& a, const std::vector<T>& b) { return !(a == b); }
+  friend bool operator!=(const std::vector<T>& a, const SmallVector& b) { return !(b == a); }
 
  private:
   size_t Capacity() const { return heap_ ? capacity_ : N; }

@@ -50,10 +50,10 @@ py::str Text(const std::string& text) {
   return py::reinterpret_steal<py::str>(decoded);
 }
 
-template <typename T>
-py::tuple Tuple(const std::vector<T>& values) {
+template <typename List>
+py::tuple Tuple(const List& values) {
   py::tuple tuple(values.size());
-  for (size_t i = 0; i < values.size(); ++i) tuple[i] = py::cast(static_cast<T>(values[i]));
+  for (size_t i = 0; i < values.size(); ++i) tuple[i] = py::cast(values[i]);
   return tuple;
 }
 
@@ -79,7 +79,7 @@ py::object AttrToPython(const GraphStatePtr& graph, const tov::AttrValue& value)
       return std::move(tuple);
     }
     case Kind::kListInt:
-      return Tuple(*value.Get<std::vector<int64_t>>());
+      return Tuple(*value.Get<tov::AttrValue::IntList>());
     case Kind::kListFloat:
       return Tuple(*value.Get<std::vector<float>>());
     case Kind::kListBool: {
@@ -218,7 +218,6 @@ void Save(const GraphStatePtr& graph, const py::object& where) {
   tesu::Status status = tesu::SUCCESS;
   {
     py::gil_scoped_release release;
-    std::unique_lock<std::shared_mutex> lock(graph->tensorBytes);
     const std::string noPicture;
     status = tesu::cli::WriteModelFile(tesu::cli::ConversionResult{graph->model, noPicture}, path);
   }
@@ -234,7 +233,6 @@ py::object ToJson(const GraphStatePtr& graph) {
   tesu::Status status = tesu::SUCCESS;
   {
     py::gil_scoped_release release;
-    std::shared_lock<std::shared_mutex> lock(graph->tensorBytes);
     status = tesu::cli::ModelToJson(graph->model, json);
   }
   if (status != tesu::SUCCESS) {

@@ -1,5 +1,4 @@
-// What the Python objects of one graph share: the model, and the lock that keeps readers of its
-// tensor bytes away from a save, which lends those bytes to the message being written.
+// What the Python objects of one graph share: the model they all read.
 #ifndef TESU_PYTHON_GRAPH_STATE_H
 #define TESU_PYTHON_GRAPH_STATE_H
 
@@ -8,7 +7,6 @@
 
 #include <map>
 #include <memory>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -34,15 +32,12 @@ struct GraphState {
   // The outputs the conversion was asked for; empty: the nodes nothing consumes.
   std::map<std::string, std::vector<int32_t>> outNodes;
   std::vector<tesu::Profiler::Step> timings;
-  // Shared by readers of tensor bytes, exclusive while a save has lent them out.
-  mutable std::shared_mutex tensorBytes;
 };
 
 using GraphStatePtr = std::shared_ptr<const GraphState>;
 
 // The tensor's bytes as a read-only numpy array that shares them with the graph; the array keeps
-// the tensor and the graph alive. Bytes that the tensor keeps inside its own object (a few
-// bytes, where a save would briefly swap them) are copied instead.
+// the tensor and the graph alive.
 py::array TensorArray(const GraphStatePtr& graph, const tov::TensorPtr& tensor);
 
 void BindGraph(py::module_& module);

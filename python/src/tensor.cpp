@@ -1,5 +1,4 @@
 // Weights as numpy arrays over the graph's own bytes.
-#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -59,7 +58,6 @@ struct ArrayOwner {
 }  // namespace
 
 py::array TensorArray(const GraphStatePtr& graph, const tov::TensorPtr& tensor) {
-  std::shared_lock<std::shared_mutex> lock(graph->tensorBytes);
   const tov::TensorDesc& desc = tensor->GetTensorDesc();
   const tov::Buffer& buffer = tensor->GetData();
   py::dtype type = NumpyType(desc.GetDataType());
@@ -71,12 +69,12 @@ py::array TensorArray(const GraphStatePtr& graph, const tov::TensorPtr& tensor) 
   const size_t elements = buffer.GetSize() / itemSize;
   const std::vector<py::ssize_t> shape = ArrayShape(desc.GetShape(), elements);
 
+  // The bytes stay where they are for as long as the tensor lives (saving reads them in
+  // place), so the array can always share them.
   const uint8_t* data = buffer.GetData();
-  const auto* inside = reinterpret_cast<const uint8_t*>(&buffer);
   py::array array;
-  if (data == nullptr || (data >= inside && data < inside + sizeof(buffer))) {
+  if (data == nullptr) {
     array = py::array(type, shape);
-    if (data != nullptr) std::memcpy(array.mutable_data(), data, buffer.GetSize());
   } else {
     py::capsule owner(new ArrayOwner{graph, tensor},
                       [](void* owned) { delete static_cast<ArrayOwner*>(owned); });
