@@ -147,6 +147,13 @@ bool WriteOutputs(const CliOptions& options, const ConversionResult& result, Sum
   return true;
 }
 
+// The process is about to exit: freeing a large graph node by node would only cost time, so the
+// converted graph is kept (reachable, not leaked) until the process ends.
+void KeepUntilExit(const tov::Graph& graph) {
+  static auto* kept = new std::vector<tov::Graph>();
+  kept->push_back(graph);
+}
+
 // The source graph as DOT, when --dot-source asks for it; built before the parse changes it.
 std::string SourcePicture(const CliOptions& options, const std::string& bytes) {
   if (options.dotSourceFile.empty()) return std::string();
@@ -194,6 +201,7 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
     return ExitCodeFor(status != SUCCESS ? status : FAILED);
   }
 
+  KeepUntilExit(graph);
   const tov::Model converted(modelName, graph);
   summary.after = CountOps(*computeGraph);
   if (!WriteOutputs(options, ConversionResult{converted, sourceDot}, summary, err)) {

@@ -65,6 +65,7 @@ class InDataAnchor : public Anchor, public std::enable_shared_from_this<InDataAn
  private:
   friend class GraphUtils;
   friend class LegacyGraph;
+  friend class LegacyNode;
   friend class OutDataAnchor;
   friend class ConsumerRange;
   OutDataAnchor* peer_ = nullptr;
@@ -111,6 +112,7 @@ class OutDataAnchor : public Anchor, public std::enable_shared_from_this<OutData
  private:
   friend class GraphUtils;
   friend class LegacyGraph;
+  friend class LegacyNode;
   void Link(InDataAnchor& consumer);
   void Unlink(InDataAnchor& consumer);
   // Detaches every consumer at once; O(consumers).

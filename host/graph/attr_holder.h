@@ -1,6 +1,7 @@
 #ifndef TOV_GRAPH_ATTR_HOLDER_H
 #define TOV_GRAPH_ATTR_HOLDER_H
 
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,8 +16,16 @@ namespace tov {
 // Names are interned, so an attribute costs no allocation of its own.
 class AttrHolder {
  public:
-  using AttrList = std::vector<std::pair<AttrName, AttrValue>>;
+  using AttrList = std::pmr::vector<std::pair<AttrName, AttrValue>>;
 
+  // The list's storage comes from `resource` (a graph's arena for the descriptions of its nodes).
+  explicit AttrHolder(std::pmr::memory_resource* resource = std::pmr::get_default_resource())
+      : attrs_(resource) {}
+  AttrHolder(const AttrHolder& other) : attrs_(other.attrs_.begin(), other.attrs_.end()) {}
+  AttrHolder& operator=(const AttrHolder& other) {
+    attrs_.assign(other.attrs_.begin(), other.attrs_.end());
+    return *this;
+  }
   virtual ~AttrHolder() = default;
 
   // GRAPH_SUCCESS and a copy of the value when the attribute exists; otherwise GRAPH_NOT_FOUND
@@ -36,8 +45,8 @@ class AttrHolder {
   const AttrList& GetAllAttrs() const { return attrs_; }
   // Replaces every attribute; the list need not be sorted and later duplicates win.
   void SetAllAttrs(AttrList attrs);
-  // Room for `count` attributes, for callers that know how many they will set.
-  void ReserveAttrs(size_t count) { attrs_.reserve(count); }
+  // An empty list on the holder's own storage, for building one to pass to SetAllAttrs.
+  AttrList NewAttrList() const { return AttrList(attrs_.get_allocator()); }
 
  private:
   AttrList::const_iterator LowerBound(std::string_view name) const;

@@ -7,23 +7,35 @@
 
 namespace tov {
 
-LegacyGraph::LegacyGraph()
-    : arena_(GraphArena::Create()), nodes_(arena_->Resource()) {}
+LegacyGraph::LegacyGraph() : arena_(GraphArena::Create()) {}
 
 LegacyGraph::~LegacyGraph() {
-  // Nodes can outlive the graph through shared handles; leave them without dangling peers.
-  for (const NodePtr& node : nodes_) {
+  // Nodes that someone still holds outlive the graph: they leave it without edges, so that they
+  // point at no node that is gone. Every other node just goes, in one sweep, without edges being
+  // taken apart one by one.
+  for (Node* node = first_; node != nullptr; node = node->next_) {
+    if (owned_[node->slot_].use_count() == 1) continue;
+    for (auto& anchor : node->inAnchors_) {
+      if (OutDataAnchor* peer = anchor->peer_) peer->Unlink(*anchor);
+    }
     for (auto& anchor : node->outAnchors_) anchor->UnlinkAll();
     node->inControl_.clear();
     node->outControl_.clear();
     node->graph_ = nullptr;
     node->removed_ = true;
+    node->prev_ = node->next_ = nullptr;
   }
 }
 
-NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, NodeList::iterator where, size_t nameHash) {
+NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, Node* next, size_t nameHash) {
   auto node = MakeShared<Node>(arena_.get(), std::move(opDesc), static_cast<ComputeGraph*>(this));
-  node->position_ = nodes_.insert(where, node);
+  Node* prev = next != nullptr ? next->prev_ : last_;
+  node->prev_ = prev;
+  node->next_ = next;
+  (prev != nullptr ? prev->next_ : first_) = node.get();
+  (next != nullptr ? next->prev_ : last_) = node.get();
+  node->slot_ = owned_.size();
+  owned_.push_back(node);
   node->sequence_ = nextSequence_++;
   node->indexedName_ = arena_->CopyString(node->GetName());
   if (nameIndex_.Insert(node->indexedName_, nameHash, node.get())) ++namesakes_;
@@ -39,17 +51,14 @@ NodePtr LegacyGraph::AddNode(OpDescPtr opDesc) {
 
 NodePtr LegacyGraph::AddNode(OpDescPtr opDesc, size_t nameHash) {
   if (opDesc == nullptr) return nullptr;
-  auto where = nodes_.end();
-  if (Node* namesake = nameIndex_.Find(opDesc->GetName(), nameHash)) {
-    where = std::next(namesake->position_);
-  }
-  return InsertAt(std::move(opDesc), where, nameHash);
+  Node* namesake = nameIndex_.Find(opDesc->GetName(), nameHash);
+  return InsertAt(std::move(opDesc), namesake != nullptr ? namesake->next_ : nullptr, nameHash);
 }
 
 NodePtr LegacyGraph::InsertNodeBefore(OpDescPtr opDesc, Node& next) {
   if (opDesc == nullptr || next.graph_ != this || next.removed_) return nullptr;
   const size_t hash = NameIndex::Hash(opDesc->GetName());
-  return InsertAt(std::move(opDesc), next.position_, hash);
+  return InsertAt(std::move(opDesc), &next, hash);
 }
 
 void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
@@ -76,10 +85,17 @@ void LegacyGraph::Erase(Node& node) {
   node.graph_ = nullptr;
   --nodeCount_;
   if (walkDepth_ > 0) {
-    pendingErase_.push_back(node.position_);
+    pendingErase_.push_back(&node);
   } else {
-    nodes_.erase(node.position_);  // may destroy the node
+    Unlink(node);
   }
+}
+
+void LegacyGraph::Unlink(Node& node) {
+  (node.prev_ != nullptr ? node.prev_->next_ : first_) = node.next_;
+  (node.next_ != nullptr ? node.next_->prev_ : last_) = node.prev_;
+  node.prev_ = node.next_ = nullptr;
+  const NodePtr released = std::move(owned_[node.slot_]);  // may destroy the node on return
 }
 
 graphStatus LegacyGraph::RemoveNode(Node& node) {
@@ -105,15 +121,16 @@ void LegacyGraph::RemoveOrphanedConsts(std::vector<Node*>& candidates) {
 
 void LegacyGraph::EndWalk() {
   if (--walkDepth_ > 0) return;
-  for (auto position : pendingErase_) nodes_.erase(position);
-  pendingErase_.clear();
+  std::vector<Node*> pending;
+  pending.swap(pendingErase_);
+  for (Node* node : pending) Unlink(*node);
 }
 
 std::vector<NodePtr> LegacyGraph::GetDirectNode() const {
   std::vector<NodePtr> nodes;
   nodes.reserve(nodeCount_);
-  for (const NodePtr& node : nodes_) {
-    if (!node->removed_) nodes.push_back(node);
+  for (Node* node = first_; node != nullptr; node = node->next_) {
+    if (!node->removed_) nodes.push_back(owned_[node->slot_]);
   }
   return nodes;
 }
@@ -132,7 +149,7 @@ NodePtr LegacyGraph::FindNode(std::string_view name) const {
 }
 
 void LegacyGraph::ForEachNode(const std::function<void(Node&)>& callback) const {
-  for (const NodePtr& node : nodes_) {
+  for (Node* node = first_; node != nullptr; node = node->next_) {
     if (!node->removed_) callback(*node);
   }
 }
@@ -162,8 +179,8 @@ graphStatus GraphListWalker::WalkAllNodesModifiable(
   graph.BeginWalk();
   WalkScope scope([&graph] { graph.EndWalk(); });
   const uint64_t limit = graph.nextSequence_;
-  for (auto it = graph.nodes_.begin(); it != graph.nodes_.end(); ++it) {
-    Node& node = **it;
+  for (Node* at = graph.first_; at != nullptr; at = at->next_) {
+    Node& node = *at;
     if (node.removed_ || node.sequence_ >= limit) continue;
     if (!filter(node) || node.removed_) continue;
     const graphStatus status = action(node);

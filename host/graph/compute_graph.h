@@ -96,16 +96,22 @@ class LegacyGraph {
   friend class OpDescUtils;
   friend class NodeCompatibler;
 
-  NodePtr InsertAt(OpDescPtr opDesc, NodeList::iterator where, size_t nameHash);
+  // Links a new node before `next` (null: at the end).
+  NodePtr InsertAt(OpDescPtr opDesc, Node* next, size_t nameHash);
+  // Takes the node out of the list and drops the graph's reference, which may destroy it.
+  void Unlink(Node& node);
   void DetachEdges(Node& node, std::vector<Node*>& orphanedConsts);
   void RemoveOrphanedConsts(std::vector<Node*>& candidates);
   void Erase(Node& node);
   void BeginWalk() { ++walkDepth_; }
   void EndWalk();
 
-  // Declared first, so the containers that allocate from it go before it.
   std::shared_ptr<GraphArena> arena_;
-  NodeList nodes_;
+  // The nodes in order, linked through the nodes themselves; the graph's references to them sit
+  // in `owned_`, one slot per node ever added.
+  Node* first_ = nullptr;
+  Node* last_ = nullptr;
+  std::vector<NodePtr> owned_;
   size_t nodeCount_ = 0;
   // Keyed by copies of the names kept in the arena, so renaming a description cannot break
   // the index.
@@ -113,7 +119,7 @@ class LegacyGraph {
   size_t namesakes_ = 0;  // nodes whose name an earlier node still has
   uint64_t nextSequence_ = 0;
   int walkDepth_ = 0;
-  std::vector<NodeList::iterator> pendingErase_;
+  std::vector<Node*> pendingErase_;
 };
 
 // The mutable graph that parsers edit in place.

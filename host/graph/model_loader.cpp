@@ -154,7 +154,7 @@ graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValu
 template <typename Owner>
 graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
                         GraphArena* arena, AttrHolder& holder, LoadError& error) {
-  AttrHolder::AttrList list;
+  AttrHolder::AttrList list = holder.NewAttrList();
   list.reserve(attrs.size());
   for (auto& entry : attrs) {
     AttrValue value;

@@ -22,9 +22,18 @@ void LegacyNode::CreateAnchors() {
 }
 
 LegacyNode::~LegacyNode() {
-  // Anchors may outlive the node through shared handles; they must not point back at it.
-  for (auto& anchor : inAnchors_) anchor->owner_ = nullptr;
-  for (auto& anchor : outAnchors_) anchor->owner_ = nullptr;
+  // Anchors may outlive the node through shared handles; they must point neither back at it nor
+  // at anchors of other nodes, which may be gone too. Nothing else is dereferenced here.
+  for (auto& anchor : inAnchors_) {
+    anchor->owner_ = nullptr;
+    anchor->peer_ = nullptr;
+    anchor->prevConsumer_ = anchor->nextConsumer_ = nullptr;
+  }
+  for (auto& anchor : outAnchors_) {
+    anchor->owner_ = nullptr;
+    anchor->firstConsumer_ = anchor->lastConsumer_ = nullptr;
+    anchor->consumerCount_ = 0;
+  }
 }
 
 InDataAnchorPtr LegacyNode::AppendInputAnchor() {

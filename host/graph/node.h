@@ -2,7 +2,6 @@
 #define TOV_GRAPH_NODE_H
 
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <memory_resource>
 #include <string>
@@ -21,7 +20,6 @@ class ComputeGraph;
 class LegacyGraph;
 class Node;
 using NodePtr = std::shared_ptr<Node>;
-using NodeList = std::pmr::list<NodePtr>;
 using InAnchorList = std::pmr::vector<InDataAnchorPtr>;
 using OutAnchorList = std::pmr::vector<OutDataAnchorPtr>;
 
@@ -123,7 +121,9 @@ class LegacyNode {
 
   // Bookkeeping of the holding graph.
   ComputeGraph* graph_ = nullptr;
-  NodeList::iterator position_;
+  Node* prev_ = nullptr;  // neighbours in the graph's node list
+  Node* next_ = nullptr;
+  size_t slot_ = 0;  // where the graph keeps its reference to the node
   std::string_view indexedName_;  // the key under which the graph indexes the node
   uint64_t sequence_ = 0;  // order of addition; walks skip nodes added after they began
   bool removed_ = false;

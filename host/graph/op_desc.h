@@ -25,7 +25,8 @@ class OpDesc : public AttrHolder {
   // A description whose tensor descriptions come from `arena`; only for descriptions that live
   // in that arena themselves (see GraphArena), so the arena outlives them.
   explicit OpDesc(GraphArena* arena)
-      : arena_(arena),
+      : AttrHolder(ResourceOf(arena)),
+        arena_(arena),
         inputs_(ResourceOf(arena)),
         outputs_(ResourceOf(arena)),
         isInputConst_(ResourceOf(arena)) {}
