@@ -1,0 +1,171 @@
+#include "report_data.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "conversion_diff.h"
+
+namespace tesu {
+namespace cli {
+namespace report {
+namespace {
+
+using nlohmann::json;
+
+size_t Total(const std::map<std::string, size_t>& counts) {
+  size_t total = 0;
+  for (const auto& entry : counts) total += entry.second;
+  return total;
+}
+
+json Summary(const RunFacts& run, bool converted) {
+  json steps = json::array();
+  double total = 0;
+  for (const Profiler::Step& step : run.steps) {
+    steps.push_back({{"name", step.name}, {"ms", step.milliseconds}});
+    total += step.milliseconds;
+  }
+  json summary = {{"model", run.modelFile},
+                  {"size", run.modelSize},
+                  {"framework", run.framework},
+                  {"frameworkName", run.frameworkName},
+                  {"status", run.status},
+                  {"exitCode", run.exitCode},
+                  {"outcome", run.outcome},
+                  {"converted", converted},
+                  {"nodesBefore", Total(run.opsBefore)},
+                  {"opsBefore", run.opsBefore},
+                  {"steps", steps},
+                  {"totalMs", total}};
+  if (converted) {
+    summary["nodesAfter"] = Total(run.opsAfter);
+    summary["opsAfter"] = run.opsAfter;
+  }
+  return summary;
+}
+
+// A string member of a JSON object read from a file, or "" when it is missing or not a string.
+std::string StringOf(const json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+struct TypeEntry {
+  std::vector<std::string> nodes;
+  std::vector<std::string> reasons;
+};
+
+// The refused nodes of the check report, grouped by operator type in the report's order of
+// types; `refused` receives their names.
+json Support(const json& report, std::unordered_set<std::string>& refused) {
+  if (!report.is_object()) return {{"checked", false}};
+  std::map<std::string, TypeEntry> byType;
+  const auto ops = report.find("ops");
+  if (ops != report.end() && ops->is_array()) {
+    for (const json& op : *ops) {
+      if (!op.is_object() || StringOf(op, "result") == "pass") continue;
+      TypeEntry& entry = byType[StringOf(op, "type")];
+      entry.nodes.push_back(StringOf(op, "name"));
+      refused.insert(entry.nodes.back());
+      const auto causes = op.find("causes");
+      if (causes == op.end() || !causes->is_array()) continue;
+      for (const json& cause : *causes) {
+        const std::string message = cause.is_object() ? StringOf(cause, "message") : "";
+        if (std::find(entry.reasons.begin(), entry.reasons.end(), message) == entry.reasons.end()) {
+          entry.reasons.push_back(message);
+        }
+      }
+    }
+  }
+  std::vector<std::string> order;
+  const auto types = report.find("unsupported_types");
+  if (types != report.end() && types->is_array()) {
+    for (const json& type : *types) {
+      if (type.is_object()) order.push_back(StringOf(type, "type"));
+    }
+  }
+  for (const auto& entry : byType) {
+    if (std::find(order.begin(), order.end(), entry.first) == order.end()) {
+      order.push_back(entry.first);
+    }
+  }
+  json rows = json::array();
+  for (const std::string& type : order) {
+    const auto entry = byType.find(type);
+    if (entry == byType.end()) continue;
+    rows.push_back({{"type", type},
+                    {"count", entry->second.nodes.size()},
+                    {"nodes", entry->second.nodes},
+                    {"reasons", entry->second.reasons}});
+  }
+  json support = {{"checked", true}, {"types", rows}};
+  const auto summary = report.find("summary");
+  if (summary != report.end() && summary->is_object()) support["summary"] = *summary;
+  return support;
+}
+
+json Side(const ViewNode& node) {
+  json attrs = json::object();
+  for (const AttrText& attr : node.attrs) attrs.emplace(attr.first, attr.second);
+  return {{"type", node.type}, {"attrs", std::move(attrs)}, {"inputs", node.inputs}};
+}
+
+const char* MarkName(Mark mark) {
+  switch (mark) {
+    case Mark::kUnsupported:
+      return "unsupported";
+    case Mark::kChanged:
+      return "changed";
+    case Mark::kPlain:
+      break;
+  }
+  return "";
+}
+
+json Nodes(const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks) {
+  json nodes = json::array();
+  nodes.get_ref<json::array_t&>().reserve(rows.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const NodeComparison& row = rows[i];
+    json node = {{"name", row.Name()}};
+    if (row.before != nullptr) node["before"] = Side(*row.before);
+    if (row.after != nullptr) node["after"] = Side(*row.after);
+    if (!row.changes.empty()) {
+      json changes = json::array();
+      for (const Change& change : row.changes) changes.push_back({change.kind, change.text});
+      node["changes"] = std::move(changes);
+    }
+    if (marks[i] != Mark::kPlain) node["mark"] = MarkName(marks[i]);
+    nodes.push_back(std::move(node));
+  }
+  return nodes;
+}
+
+json PicturesJson(const Pictures& pictures, size_t rows) {
+  json out = {{"whole", pictures.whole},
+              {"drawn", pictures.drawnNodes},
+              {"nodes", rows},
+              {"source", pictures.source},
+              {"converted", pictures.converted}};
+  if (!pictures.error.empty()) out["error"] = pictures.error;
+  return out;
+}
+
+}  // namespace
+
+json BuildReportData(const RunFacts& run, const GraphView& source, const GraphView* converted,
+                     const PictureLimits& limits) {
+  std::unordered_set<std::string> refused;
+  json data;
+  data["summary"] = Summary(run, converted != nullptr);
+  data["support"] = Support(run.checkReport, refused);
+  const std::vector<NodeComparison> rows = CompareGraphs(source, converted);
+  const std::vector<Mark> marks = MarkRows(rows, refused);
+  data["nodes"] = Nodes(rows, marks);
+  data["pictures"] = PicturesJson(DrawPictures(rows, marks, limits), rows.size());
+  return data;
+}
+
+}  // namespace report
+}  // namespace cli
+}  // namespace tesu

@@ -1,0 +1,52 @@
+// The data of the conversion report page: one JSON object that the page's script renders.
+#ifndef TESU_TOOLS_REPORT_REPORT_DATA_H
+#define TESU_TOOLS_REPORT_REPORT_DATA_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "framework/model_parser.h"
+#include "framework/profiler.h"
+#include "graph_pictures.h"
+#include "graph_view.h"
+
+namespace tesu {
+namespace cli {
+namespace report {
+
+// What the command line knows about a run, apart from the graphs.
+struct RunFacts {
+  std::string modelFile;
+  uintmax_t modelSize = 0;  // bytes of the model file
+  int32_t framework = 0;
+  std::string frameworkName;
+  Status status = SUCCESS;  // the parser's, or the failed write's
+  int exitCode = 0;
+  std::string outcome;  // one line: "converted", or what failed
+  // Operator type to node count, before and after (after stays empty on a failed run).
+  std::map<std::string, size_t> opsBefore;
+  std::map<std::string, size_t> opsAfter;
+  std::vector<Profiler::Step> steps;  // the timed steps, as --profile prints them
+  // The operator support report this run wrote, as read back from its file; null when the run
+  // wrote none.
+  nlohmann::json checkReport;
+};
+
+// The page's data:
+//   summary   the run's facts, operator counts and timed steps
+//   support   the check report's unsupported nodes grouped by operator type
+//   nodes     every node of either graph: name, both sides (type, attributes, inputs), changes
+//   pictures  source and converted SVG, and whether they show the whole graph
+// `converted` is null when the conversion failed.
+nlohmann::json BuildReportData(const RunFacts& run, const GraphView& source,
+                               const GraphView* converted, const PictureLimits& limits = {});
+
+}  // namespace report
+}  // namespace cli
+}  // namespace tesu
+
+#endif
