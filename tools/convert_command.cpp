@@ -1,13 +1,14 @@
 #include "convert_command.h"
 
 #include <filesystem>
+#include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "check_report.h"
-#include "framework/plugin_loader.h"
 #include "framework/profiler.h"
 #include "framework/proto_io.h"
 #include "graph/base_buffer.h"
@@ -17,6 +18,7 @@
 #include "model_file.h"
 #include "model_summary.h"
 #include "output_files.h"
+#include "framework/plugin_loader.h"
 #include "report_data.h"
 #include "report_page.h"
 #include "summary.h"
@@ -169,12 +171,11 @@ struct ReportRun {
 
 // Writes --report, when asked for, with the steps timed so far. Prints why it failed.
 bool WriteReport(const CliOptions& options, const ReportRun& run, const CheckReportWatch& checks,
-                 const report::GraphView& source, const tov::ComputeGraph* converted,
+                 report::GraphView& source, const tov::ComputeGraph* converted,
                  std::vector<Profiler::Step>& steps, std::ostream& err) {
   if (options.reportFile.empty()) return true;
   const std::vector<Profiler::Step> earlier = Profiler::Take();
   steps.insert(steps.end(), earlier.begin(), earlier.end());
-  ProfileScope step("write report");
   report::RunFacts facts;
   facts.modelFile = options.modelFile;
   std::error_code ec;
@@ -188,10 +189,13 @@ bool WriteReport(const CliOptions& options, const ReportRun& run, const CheckRep
   if (run.after != nullptr) facts.opsAfter = *run.after;
   facts.steps = steps;
   if (checks.Written()) facts.checkReport = ReadCheckReport(checks.File());
-  const report::GraphView convertedView =
-      converted == nullptr ? report::GraphView() : report::ViewOf(*converted);
+  std::optional<report::GraphView> convertedView;
+  if (converted != nullptr) {
+    ProfileScope viewStep("report: read converted graph");
+    convertedView = report::ViewOf(*converted);
+  }
   const nlohmann::json data =
-      report::BuildReportData(facts, source, converted == nullptr ? nullptr : &convertedView);
+      report::BuildReportData(facts, std::move(source), std::move(convertedView));
   const Status status = report::WriteReportPage(options.reportFile, data);
   if (status != SUCCESS) {
     err << kProgram << "cannot write report " << options.reportFile << ": status " << status
@@ -228,14 +232,20 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
     ProfileScope step("count source operators");
     SummarizeModel(bytes, modelName, summary.before);
   }
-  report::GraphView source;
+  // The report's view of the source graph is read from the model bytes on a second thread while
+  // the parser works on the same bytes; both only read them.
+  std::future<report::GraphView> sourceView;
   if (!options.reportFile.empty()) {
-    ProfileScope step("read source graph for report");
-    source = report::SourceViewOf(bytes);
+    sourceView = std::async(std::launch::async, [&bytes] {
+      ProfileScope step("report: read source graph (in parallel)");
+      return report::SourceViewOf(bytes);
+    });
   }
+  report::GraphView source;
   const CheckReportWatch report(options.parser.checkReportPath);
   std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
   if (parser == nullptr) {
+    if (sourceView.valid()) source = sourceView.get();
     const ReportRun run{FAILED, kFailure,
                         "no parser for framework " + std::to_string(options.framework),
                         summary.before, nullptr};
@@ -249,6 +259,7 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
       tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
   tov::Graph graph;
   const Status status = parser->ParseFromMemory(parserOptions, buffers, graph);
+  if (sourceView.valid()) source = sourceView.get();
   std::string().swap(bytes);  // the graph holds everything now; give the memory back
   const auto computeGraph = tov::GraphUtils::GetComputeGraph(graph);
   if (status != SUCCESS || computeGraph == nullptr) {

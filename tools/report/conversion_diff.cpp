@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <string_view>
 #include <unordered_map>
 
 namespace tesu {
@@ -17,91 +18,123 @@ constexpr const char kOutputFormatAttr[] = "inferred_format";
 // attribute that happened to hold 1.
 constexpr size_t kRenamePrefix = 3;
 
-using ConsumerMap = std::unordered_map<std::string, std::vector<std::string>>;
+using ConsumerMap = std::unordered_map<std::string_view, std::vector<std::string_view>>;
+using Attr = std::pair<std::string_view, std::string_view>;  // name, value
 
-void Append(std::string& text, const std::string& item) {
-  text += (text.empty() ? "" : "; ") + item;
+void Append(std::string& text, std::string_view item) {
+  if (!text.empty()) text += "; ";
+  text += item;
 }
 
-bool SharesPrefix(const std::string& a, const std::string& b) {
+std::string Str(std::string_view text) {
+  return std::string(text);
+}
+
+bool SharesPrefix(std::string_view a, std::string_view b) {
   const auto mismatch = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
   return static_cast<size_t>(mismatch.first - a.begin()) >= kRenamePrefix;
 }
 
-// The attributes only `before` has, only `after` has, and those whose value differs.
-struct AttrDelta {
-  std::vector<AttrText> removed;
-  std::vector<AttrText> added;
-  std::vector<std::string> changed;
-};
-
-AttrDelta CompareAttrs(const std::vector<AttrText>& before, const std::vector<AttrText>& after) {
-  AttrDelta delta;
-  auto b = before.begin();
-  auto a = after.begin();
-  // Both lists are sorted by name: one merge.
-  while (b != before.end() || a != after.end()) {
-    if (a == after.end() || (b != before.end() && b->first < a->first)) {
-      delta.removed.push_back(*b++);
-    } else if (b == before.end() || a->first < b->first) {
-      delta.added.push_back(*a++);
-    } else {
-      if (b->second != a->second)
-        delta.changed.push_back(b->first + " " + b->second + kArrow + a->second);
-      ++a;
-      ++b;
-    }
-  }
-  return delta;
+// Reads the next "name\tvalue" line of an attrs string; false at its end.
+bool NextAttr(std::string_view& rest, Attr& attr) {
+  if (rest.empty()) return false;
+  size_t end = rest.find(kEntryEnd);
+  if (end == std::string_view::npos) end = rest.size();
+  const std::string_view line = rest.substr(0, end);
+  rest.remove_prefix(std::min(rest.size(), end + 1));
+  const size_t tab = line.find(kNameEnd);
+  attr = {line.substr(0, tab),
+          tab == std::string_view::npos ? std::string_view() : line.substr(tab + 1)};
+  return true;
 }
 
-void DescribeAttrs(const ViewNode& before, const ViewNode& after, std::vector<Change>& changes) {
-  AttrDelta delta = CompareAttrs(before.attrs, after.attrs);
-  std::string renamed;
-  std::vector<bool> paired(delta.added.size(), false);
-  std::vector<AttrText> removed;
-  for (const AttrText& gone : delta.removed) {
-    bool matched = false;
-    for (size_t i = 0; i < delta.added.size() && !matched; ++i) {
-      const AttrText& added = delta.added[i];
-      if (paired[i] || added.second != gone.second || !SharesPrefix(gone.first, added.first)) {
-        continue;
+// Compares the attributes of the two sides of a node. One instance serves a whole graph, so its
+// lists keep their storage from node to node.
+class AttrComparer {
+ public:
+  // Renames, the output format and changed values. Attributes only added or removed are left
+  // to the node's before-and-after listing: every node gains "version" and loses bookkeeping,
+  // and listing that for 100k nodes would bury what matters.
+  void Describe(const ViewNode& before, const ViewNode& after, std::vector<Change>& changes) {
+    if (before.attrs == after.attrs) return;
+    Merge(before.attrs, after.attrs);
+    std::string renamed;
+    for (const Attr& gone : removed_) {
+      for (Attr& added : added_) {
+        if (added.first.empty() || added.second != gone.second ||
+            !SharesPrefix(gone.first, added.first)) {
+          continue;
+        }
+        Append(renamed, Str(gone.first) + kArrow + Str(added.first));
+        added.first = std::string_view();  // paired
+        break;
       }
-      paired[i] = matched = true;
-      Append(renamed, gone.first + kArrow + added.first);
     }
-    if (!matched) removed.push_back(gone);
+    if (!renamed.empty()) changes.push_back({change::kRenamed, renamed});
+    for (const Attr& added : added_) {
+      if (added.first == kOutputFormatAttr) {
+        changes.push_back({change::kOutputFormat, "inferred_format = " + Str(added.second)});
+      }
+    }
+    if (!changed_.empty()) changes.push_back({change::kAttributes, changed_});
   }
-  std::string outputFormat;
-  std::string attrs;
-  for (size_t i = 0; i < delta.added.size(); ++i) {
-    if (paired[i]) continue;
-    const AttrText& added = delta.added[i];
-    Append(added.first == kOutputFormatAttr ? outputFormat : attrs,
-           "+" + added.first + " = " + added.second);
+
+ private:
+  // Both strings are sorted by name: one merge finds what only one side has and what differs.
+  void Merge(std::string_view before, std::string_view after) {
+    removed_.clear();
+    added_.clear();
+    changed_.clear();
+    Attr b;
+    Attr a;
+    bool hasB = NextAttr(before, b);
+    bool hasA = NextAttr(after, a);
+    while (hasB || hasA) {
+      if (!hasA || (hasB && b.first < a.first)) {
+        removed_.push_back(b);
+        hasB = NextAttr(before, b);
+      } else if (!hasB || a.first < b.first) {
+        added_.push_back(a);
+        hasA = NextAttr(after, a);
+      } else {
+        if (b.second != a.second) {
+          Append(changed_, Str(b.first) + " " + Str(b.second) + kArrow + Str(a.second));
+        }
+        hasB = NextAttr(before, b);
+        hasA = NextAttr(after, a);
+      }
+    }
   }
-  for (const AttrText& gone : removed) Append(attrs, "-" + gone.first);
-  for (const std::string& change : delta.changed) Append(attrs, change);
-  if (!renamed.empty()) changes.push_back({change::kRenamed, renamed});
-  if (!outputFormat.empty()) changes.push_back({change::kOutputFormat, outputFormat});
-  if (!attrs.empty()) changes.push_back({change::kAttributes, attrs});
+
+  std::vector<Attr> removed_;
+  std::vector<Attr> added_;
+  std::string changed_;
+};
+
+std::vector<std::string_view> Lines(std::string_view text) {
+  std::vector<std::string_view> lines;
+  ForEachEntry(text, [&lines](std::string_view line) { lines.push_back(line); });
+  return lines;
 }
 
 void DescribeInputs(const ViewNode& before, const ViewNode& after, std::vector<Change>& changes) {
   if (before.inputs == after.inputs) return;
-  const std::multiset<std::string> was(before.inputs.begin(), before.inputs.end());
-  const std::multiset<std::string> is(after.inputs.begin(), after.inputs.end());
-  std::vector<std::string> gone;
-  std::vector<std::string> added;
+  std::vector<std::string_view> was = Lines(before.inputs);
+  std::vector<std::string_view> is = Lines(after.inputs);
+  std::sort(was.begin(), was.end());
+  std::sort(is.begin(), is.end());
+  std::vector<std::string_view> gone;
+  std::vector<std::string_view> added;
   std::set_difference(was.begin(), was.end(), is.begin(), is.end(), std::back_inserter(gone));
   std::set_difference(is.begin(), is.end(), was.begin(), was.end(), std::back_inserter(added));
   std::string text;
-  for (const std::string& input : added) Append(text, "+" + (input.empty() ? "(none)" : input));
-  for (const std::string& input : gone) Append(text, "-" + (input.empty() ? "(none)" : input));
+  for (std::string_view input : added) Append(text, "+" + (input.empty() ? "(none)" : Str(input)));
+  for (std::string_view input : gone) Append(text, "-" + (input.empty() ? "(none)" : Str(input)));
   changes.push_back({change::kInputs, text.empty() ? "inputs reordered" : text});
 }
 
-void DescribeKept(const ViewNode& before, const ViewNode& after, std::vector<Change>& changes) {
+void DescribeKept(const ViewNode& before, const ViewNode& after, AttrComparer& attrs,
+                  std::vector<Change>& changes) {
   if (before.type != after.type) {
     if (IsReplacedByItsConverter(before.type)) {
       changes.push_back({change::kReplaced, "replaced by a new " + after.type + " node"});
@@ -109,53 +142,51 @@ void DescribeKept(const ViewNode& before, const ViewNode& after, std::vector<Cha
       changes.push_back({change::kType, before.type + kArrow + after.type});
     }
   }
-  DescribeAttrs(before, after, changes);
+  attrs.Describe(before, after, changes);
   DescribeInputs(before, after, changes);
 }
 
-std::string Joined(const std::vector<std::string>& names) {
+std::string Joined(const std::vector<std::string_view>& names) {
   std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  for (std::string_view name : names) {
+    if (!text.empty()) text += ", ";
+    text += name;
+  }
   return text;
 }
 
-ConsumerMap ConsumersOf(const GraphView& view) {
-  ConsumerMap consumers;
+// The consumers of the named nodes only: the gone nodes are few, the graph may be large.
+ConsumerMap ConsumersOf(const GraphView& view, ConsumerMap consumers) {
+  if (consumers.empty()) return consumers;
   for (const ViewNode& node : view.nodes) {
-    for (const std::string& input : node.inputs) {
-      if (!input.empty() && !IsControlInput(input)) {
-        consumers[ProducerOf(input)].push_back(node.name);
-      }
-    }
+    ForEachEntry(node.inputs, [&](std::string_view input) {
+      if (input.empty() || IsControlInput(input)) return;
+      const auto found = consumers.find(ProducerOf(input));
+      if (found != consumers.end()) found->second.push_back(node.name);
+    });
   }
   return consumers;
 }
 
 // The first data producer of a node, or "".
-std::string FirstProducer(const ViewNode& node) {
-  for (const std::string& input : node.inputs) {
-    if (!input.empty() && !IsControlInput(input)) return ProducerOf(input);
-  }
-  return std::string();
+std::string_view FirstProducer(const ViewNode& node) {
+  std::string_view producer;
+  ForEachEntry(node.inputs, [&producer](std::string_view input) {
+    if (producer.empty() && !input.empty() && !IsControlInput(input)) producer = ProducerOf(input);
+  });
+  return producer;
 }
 
 }  // namespace
 
-bool NodeComparison::Changed() const {
-  return std::any_of(changes.begin(), changes.end(),
-                     [](const Change& c) { return c.kind != change::kAttributes; });
-}
-
 int NodeComparison::Weight() const {
-  int weight = 3;
   for (const Change& c : changes) {
     if (c.kind == change::kReplaced || c.kind == change::kFused || c.kind == change::kRemoved ||
         c.kind == change::kAdded) {
       return 1;
     }
-    if (c.kind != change::kAttributes) weight = 2;
   }
-  return weight;
+  return changes.empty() ? 3 : 2;
 }
 
 bool IsReplacedByItsConverter(const std::string& sourceType) {
@@ -170,31 +201,37 @@ std::vector<NodeComparison> CompareGraphs(const GraphView& source, const GraphVi
   for (const ViewNode& node : source.nodes) rows.push_back({&node, nullptr, {}});
   if (converted == nullptr) return rows;
 
-  const ConsumerMap consumers = ConsumersOf(source);
-  std::unordered_map<std::string, size_t> rowOf;
-  rowOf.reserve(rows.size());
-  for (size_t i = 0; i < rows.size(); ++i) rowOf.emplace(rows[i].Name(), i);
+  // Row i is source node i, so the source's index finds rows by name.
+  const auto& rowOf = source.index;
+  ConsumerMap gone;
+  AttrComparer attrs;
   for (NodeComparison& row : rows) {
     row.after = converted->Find(row.before->name);
-    if (row.after != nullptr) DescribeKept(*row.before, *row.after, row.changes);
+    if (row.after != nullptr) {
+      DescribeKept(*row.before, *row.after, attrs, row.changes);
+    } else {
+      gone.emplace(row.before->name, std::vector<std::string_view>());
+    }
   }
+  const ConsumerMap consumers = ConsumersOf(source, std::move(gone));
   // Gone nodes are described after every kept node, so that a fusion can note itself on the
   // node that absorbed it.
   for (NodeComparison& row : rows) {
     if (row.after != nullptr) continue;
-    const ViewNode& gone = *row.before;
-    const auto fed = consumers.find(gone.name);
+    const ViewNode& node = *row.before;
+    const auto fed = consumers.find(node.name);
     const std::string feeds = fed == consumers.end() ? "" : " (fed " + Joined(fed->second) + ")";
-    const std::string producer = FirstProducer(gone);
+    const std::string_view producer = FirstProducer(node);
     const ViewNode* into = producer.empty() ? nullptr : converted->Find(producer);
-    if (gone.type == "Const") {
+    if (node.type == "Const") {
       row.changes.push_back({change::kRemoved, "constant removed" + feeds});
     } else if (into != nullptr) {
-      row.changes.push_back({change::kFused, "fused into " + producer + " (" + into->type + ")"});
+      row.changes.push_back(
+          {change::kFused, "fused into " + Str(producer) + " (" + into->type + ")"});
       const auto target = rowOf.find(producer);
       if (target != rowOf.end()) {
         rows[target->second].changes.push_back(
-            {change::kFused, "absorbed " + gone.name + " (" + gone.type + ")"});
+            {change::kFused, "absorbed " + node.name + " (" + node.type + ")"});
       }
     } else {
       row.changes.push_back({change::kRemoved, "removed" + feeds});

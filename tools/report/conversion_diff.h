@@ -18,7 +18,7 @@ namespace change {
 constexpr const char kType[] = "type";              // operator type changed in place
 constexpr const char kReplaced[] = "replaced";      // a new node took the name
 constexpr const char kRenamed[] = "renamed";        // attributes renamed, value kept
-constexpr const char kAttributes[] = "attributes";  // attributes added, removed or changed
+constexpr const char kAttributes[] = "attributes";  // attribute values changed
 constexpr const char kInputs[] = "inputs";          // inputs added or removed
 constexpr const char kFused[] = "fused";            // node folded into its producer
 constexpr const char kRemoved[] = "removed";        // node gone, constants included
@@ -38,8 +38,8 @@ struct NodeComparison {
   std::vector<Change> changes;
 
   const std::string& Name() const { return before != nullptr ? before->name : after->name; }
-  // Anything but attribute bookkeeping: the nodes the graph picture highlights.
-  bool Changed() const;
+  // The nodes the graph pictures highlight.
+  bool Changed() const { return !changes.empty(); }
   // Lower is more worth showing: replaced, fused, removed or added nodes before nodes merely
   // retyped or renamed; nodes without such changes last.
   int Weight() const;

@@ -2,46 +2,28 @@
 
 #include <algorithm>
 #include <numeric>
-#include <unordered_map>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
 
 namespace tesu {
 namespace cli {
 namespace report {
 namespace {
 
-// For every row, the rows its node feeds or is fed by, in either graph.
-std::vector<std::vector<size_t>> Neighbours(const std::vector<NodeComparison>& rows) {
-  std::unordered_map<std::string, size_t> rowOf;
-  rowOf.reserve(rows.size());
-  for (size_t i = 0; i < rows.size(); ++i) rowOf.emplace(rows[i].Name(), i);
-  std::vector<std::vector<size_t>> neighbours(rows.size());
-  for (size_t i = 0; i < rows.size(); ++i) {
-    for (const ViewNode* side : {rows[i].before, rows[i].after}) {
-      if (side == nullptr) continue;
-      for (const std::string& input : side->inputs) {
-        const auto producer = input.empty() ? rowOf.end() : rowOf.find(ProducerOf(input));
-        if (producer == rowOf.end()) continue;
-        neighbours[i].push_back(producer->second);
-        neighbours[producer->second].push_back(i);
-      }
-    }
-  }
-  return neighbours;
-}
-
 // The rows to draw, ascending: the most interesting rows first, then one hop around them.
 std::vector<size_t> Neighbourhood(const std::vector<NodeComparison>& rows,
                                   const std::vector<Mark>& marks, const PictureLimits& limits) {
-  std::vector<size_t> centres;
+  std::vector<std::pair<int, size_t>> ranked;  // weight, row
   for (size_t i = 0; i < rows.size(); ++i) {
-    if (marks[i] != Mark::kPlain) centres.push_back(i);
+    if (marks[i] != Mark::kPlain) {
+      ranked.emplace_back(marks[i] == Mark::kUnsupported ? 0 : rows[i].Weight(), i);
+    }
   }
-  auto weight = [&](size_t row) {
-    return marks[row] == Mark::kUnsupported ? 0 : rows[row].Weight();
-  };
-  std::stable_sort(centres.begin(), centres.end(),
-                   [&](size_t a, size_t b) { return weight(a) < weight(b); });
-  if (centres.size() > limits.centres) centres.resize(limits.centres);
+  const size_t centres = std::min(ranked.size(), limits.centres);
+  std::partial_sort(ranked.begin(), ranked.begin() + static_cast<std::ptrdiff_t>(centres),
+                    ranked.end());
+  ranked.resize(centres);
 
   std::vector<bool> chosen(rows.size(), false);
   std::vector<size_t> drawn;
@@ -50,10 +32,29 @@ std::vector<size_t> Neighbourhood(const std::vector<NodeComparison>& rows,
     chosen[row] = true;
     drawn.push_back(row);
   };
-  for (size_t row : centres) choose(row);
-  const std::vector<std::vector<size_t>> neighbours = Neighbours(rows);
-  for (size_t row : centres) {
-    for (size_t next : neighbours[row]) choose(next);
+  // The centres' producers by name, and the names of the centres, to find their consumers.
+  std::unordered_set<std::string_view> producers;
+  std::unordered_set<std::string_view> centreNames;
+  for (const auto& [weight, row] : ranked) {
+    choose(row);
+    centreNames.insert(rows[row].Name());
+    for (const ViewNode* side : {rows[row].before, rows[row].after}) {
+      if (side == nullptr) continue;
+      ForEachEntry(side->inputs, [&](std::string_view input) {
+        if (!input.empty()) producers.insert(ProducerOf(input));
+      });
+    }
+  }
+  // One pass over the graph finds both, rather than an index of every node.
+  for (size_t i = 0; i < rows.size() && drawn.size() < limits.drawn; ++i) {
+    bool near = producers.count(rows[i].Name()) != 0;
+    for (const ViewNode* side : {rows[i].before, rows[i].after}) {
+      if (near || side == nullptr) continue;
+      ForEachEntry(side->inputs, [&](std::string_view input) {
+        near = near || (!input.empty() && centreNames.count(ProducerOf(input)) != 0);
+      });
+    }
+    if (near) choose(i);
   }
   std::sort(drawn.begin(), drawn.end());
   return drawn;

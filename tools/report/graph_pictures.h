@@ -22,8 +22,8 @@ struct PictureLimits {
   size_t wholeGraph = 1500;
   // Otherwise: at most this many nodes of interest, plus their producers and consumers, up to
   // `drawn` nodes in all.
-  size_t centres = 150;
-  size_t drawn = 500;
+  size_t centres = 60;
+  size_t drawn = 200;
 };
 
 struct Pictures {

@@ -4,6 +4,7 @@
 #include <graphviz/gvc.h>
 
 #include <memory>
+#include <string_view>
 #include <unordered_map>
 
 namespace tesu {
@@ -82,7 +83,7 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   Agsym_t* line = agattr(g, AGNODE, Text("color"), Text("#555555"));
   Agsym_t* edgeStyle = agattr(g, AGEDGE, Text("style"), Text(""));
 
-  std::unordered_map<std::string, Agnode_t*> byName;
+  std::unordered_map<std::string_view, Agnode_t*> byName;
   byName.reserve(nodes.size());
   for (const DrawnNode& drawn : nodes) {
     // The Graphviz name is the element id, unique even when two nodes share a name.
@@ -97,12 +98,12 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   }
   for (const DrawnNode& drawn : nodes) {
     Agnode_t* head = byName.at(drawn.node->name);
-    for (const std::string& input : drawn.node->inputs) {
+    ForEachEntry(drawn.node->inputs, [&](std::string_view input) {
       const auto tail = input.empty() ? byName.end() : byName.find(ProducerOf(input));
-      if (tail == byName.end()) continue;
+      if (tail == byName.end()) return;
       Agedge_t* e = agedge(g, tail->second, head, nullptr, 1);
       if (IsControlInput(input)) agxset(e, edgeStyle, Text("dashed"));
-    }
+    });
   }
 
   if (gvLayout(context.gvc, g, "dot") != 0) {

@@ -1,7 +1,7 @@
 #include "graph_view.h"
 
 #include <algorithm>
-#include <sstream>
+#include <charconv>
 
 #include <google/protobuf/arena.h>
 
@@ -18,112 +18,129 @@ namespace {
 constexpr size_t kMaxListValues = 16;
 constexpr size_t kShownOfLongList = 8;
 
-void WriteValue(std::ostream& out, const std::string& value) {
-  out << '"' << value << '"';
+// Values are appended to one string per node; std::to_chars keeps that free of streams and
+// locales.
+template <typename Number>
+void Append(std::string& out, Number value) {
+  char buffer[32];
+  const auto result = std::to_chars(buffer, buffer + sizeof(buffer), value);
+  out.append(buffer, result.ptr);
 }
-void WriteValue(std::ostream& out, bool value) {
-  out << (value ? "true" : "false");
+void Append(std::string& out, bool value) {
+  out += value ? "true" : "false";
 }
-void WriteValue(std::ostream& out, int64_t value) {
-  out << value;
-}
-void WriteValue(std::ostream& out, float value) {
-  out << value;
+void Append(std::string& out, const std::string& value) {
+  out += '"';
+  for (char c : value) {
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
 }
 
 // Works on any container with size() and operator[]: std::vector and protobuf's repeated fields.
 template <typename List>
-std::string ListText(const List& values) {
+void AppendList(std::string& out, const List& values) {
   const size_t size = static_cast<size_t>(values.size());
   const size_t shown = size > kMaxListValues ? kShownOfLongList : size;
-  std::ostringstream out;
-  out << "[";
+  out += '[';
   for (size_t i = 0; i < shown; ++i) {
-    out << (i > 0 ? ", " : "");
-    WriteValue(out, values[static_cast<int>(i)]);
+    if (i > 0) out += ", ";
+    Append(out, static_cast<typename List::value_type>(values[static_cast<int>(i)]));
   }
-  if (shown < size) out << ", ... (" << size << " values)";
-  out << "]";
-  return out.str();
-}
-
-template <typename T>
-std::string ScalarText(const T& value) {
-  std::ostringstream out;
-  WriteValue(out, value);
-  return out.str();
+  if (shown < size) {
+    out += ", ... (";
+    Append(out, size);
+    out += " values)";
+  }
+  out += ']';
 }
 
 template <typename Dims>
-std::string TensorText(int32_t dataType, const Dims& dims) {
+void AppendTensor(std::string& out, int32_t dataType, const Dims& dims) {
   const char* name = tov::DataTypeName(dataType);
-  return std::string(*name != '\0' ? name : "?") + ListText(dims);
+  out += *name != '\0' ? name : "?";
+  AppendList(out, dims);
 }
 
-std::string TextOf(const tesu::proto::AttrDef& attr) {
+void AppendValue(std::string& out, const tesu::proto::AttrDef& attr) {
   using Attr = tesu::proto::AttrDef;
   switch (attr.value_case()) {
     case Attr::kS:
-      return ScalarText(attr.s());
+      return Append(out, attr.s());
     case Attr::kI:
-      return ScalarText(static_cast<int64_t>(attr.i()));
+      return Append(out, static_cast<int64_t>(attr.i()));
     case Attr::kF:
-      return ScalarText(attr.f());
+      return Append(out, attr.f());
     case Attr::kB:
-      return ScalarText(attr.b());
+      return Append(out, attr.b());
     case Attr::kList: {
       const tesu::proto::ListValue& list = attr.list();
-      if (list.i_size() > 0) return ListText(list.i());
-      if (list.f_size() > 0) return ListText(list.f());
-      if (list.b_size() > 0) return ListText(list.b());
-      return ListText(list.s());
+      if (list.i_size() > 0) return AppendList(out, list.i());
+      if (list.f_size() > 0) return AppendList(out, list.f());
+      if (list.b_size() > 0) return AppendList(out, list.b());
+      return AppendList(out, list.s());
     }
     case Attr::kT:
-      return TensorText(attr.t().desc().dtype(), attr.t().desc().shape());
+      return AppendTensor(out, attr.t().desc().dtype(), attr.t().desc().shape());
     case Attr::VALUE_NOT_SET:
       break;
   }
-  return "";
 }
 
-std::string TextOf(const tov::AttrValue& value) {
+void AppendValue(std::string& out, const tov::AttrValue& value) {
   using Kind = tov::AttrValue::Kind;
   switch (value.GetKind()) {
     case Kind::kString:
-      return ScalarText(*value.Get<std::string>());
+      return Append(out, *value.Get<std::string>());
     case Kind::kInt:
-      return ScalarText(*value.Get<int64_t>());
+      return Append(out, *value.Get<int64_t>());
     case Kind::kFloat:
-      return ScalarText(*value.Get<float>());
+      return Append(out, *value.Get<float>());
     case Kind::kBool:
-      return ScalarText(*value.Get<bool>());
+      return Append(out, *value.Get<bool>());
     case Kind::kListString:
-      return ListText(*value.Get<std::vector<std::string>>());
+      return AppendList(out, *value.Get<std::vector<std::string>>());
     case Kind::kListInt:
-      return ListText(*value.Get<std::vector<int64_t>>());
+      return AppendList(out, *value.Get<std::vector<int64_t>>());
     case Kind::kListFloat:
-      return ListText(*value.Get<std::vector<float>>());
+      return AppendList(out, *value.Get<std::vector<float>>());
     case Kind::kListBool:
-      return ListText(*value.Get<std::vector<bool>>());
+      return AppendList(out, *value.Get<std::vector<bool>>());
     case Kind::kTensor: {
       const tov::TensorPtr& tensor = *value.Get<tov::TensorPtr>();
-      if (tensor == nullptr) return "";
+      if (tensor == nullptr) return;
       const tov::TensorDesc& desc = tensor->GetTensorDesc();
-      return TensorText(desc.GetDataType(), desc.GetShape().GetDims());
+      return AppendTensor(out, desc.GetDataType(), desc.GetShape().GetDims());
     }
     case Kind::kNone:
       break;
   }
-  return "";
 }
 
-std::string InputText(const std::string& producer, int index) {
-  return producer + ":" + std::to_string(index);
+template <typename Value>
+void AppendAttr(std::string& out, const std::string& name, const Value& value) {
+  out += name;
+  out += kNameEnd;
+  AppendValue(out, value);
+  out += kEntryEnd;
+}
+
+void AppendInput(std::string& out, const std::string& producer, int index) {
+  out += producer;
+  out += ':';
+  Append(out, index);
+  out += kEntryEnd;
 }
 
 }  // namespace
 
-const ViewNode* GraphView::Find(const std::string& name) const {
+const ViewNode* GraphView::Find(std::string_view name) const {
   const auto found = index.find(name);
   return found == index.end() ? nullptr : &nodes[found->second];
 }
@@ -134,29 +151,35 @@ void GraphView::IndexNames() {
   for (size_t i = 0; i < nodes.size(); ++i) index.emplace(nodes[i].name, i);
 }
 
-std::string ProducerOf(const std::string& input) {
-  return input.substr(0, input.rfind(':'));
+std::string_view ProducerOf(std::string_view input) {
+  const size_t colon = input.rfind(':');
+  return colon == std::string_view::npos ? input : input.substr(0, colon);
 }
 
-bool IsControlInput(const std::string& input) {
-  const size_t colon = input.rfind(':');
-  return colon != std::string::npos && input.compare(colon, std::string::npos, ":-1") == 0;
+bool IsControlInput(std::string_view input) {
+  constexpr std::string_view kControl = ":-1";
+  return input.size() >= kControl.size() &&
+         input.substr(input.size() - kControl.size()) == kControl;
 }
 
 GraphView ViewOf(const tesu::proto::GraphDef& graph) {
   GraphView view;
   view.nodes.reserve(static_cast<size_t>(graph.op_size()));
+  std::vector<const google::protobuf::MapPair<std::string, tesu::proto::AttrDef>*> attrs;
   for (const tesu::proto::OpDef& op : graph.op()) {
     ViewNode node{op.name(), op.type(), {}, {}};
-    node.attrs.reserve(op.attr_size());
-    for (const auto& [name, value] : op.attr()) node.attrs.emplace_back(name, TextOf(value));
-    std::sort(node.attrs.begin(), node.attrs.end());
-    node.inputs.reserve(static_cast<size_t>(op.input_size()));
+    // The message's map has no order; the view's attributes are sorted by name.
+    attrs.clear();
+    for (const auto& entry : op.attr()) attrs.push_back(&entry);
+    std::sort(attrs.begin(), attrs.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
+    for (const auto* entry : attrs) AppendAttr(node.attrs, entry->first, entry->second);
     for (const std::string& input : op.input()) {
       // The file may leave out ":0"; the view always writes the index, as the compute graph
       // does, so that inputs compare equal.
-      const bool indexed = input.empty() || input.find(':') != std::string::npos;
-      node.inputs.push_back(indexed ? input : InputText(input, 0));
+      node.inputs += input;
+      if (!input.empty() && input.find(':') == std::string::npos) node.inputs += ":0";
+      node.inputs += kEntryEnd;
     }
     view.nodes.push_back(std::move(node));
   }
@@ -177,19 +200,24 @@ GraphView ViewOf(const tov::ComputeGraph& graph) {
   view.nodes.reserve(graph.GetNodesSize());
   graph.ForEachNode([&view](tov::Node& source) {
     ViewNode node{source.GetName(), source.GetType(), {}, {}};
-    const auto& attrs = source.GetOpDesc()->GetAllAttrs();  // already sorted by name
-    node.attrs.reserve(attrs.size());
-    for (const auto& [name, value] : attrs) node.attrs.emplace_back(name, TextOf(value));
+    // Already sorted by name.
+    for (const auto& [name, value] : source.GetOpDesc()->GetAllAttrs()) {
+      AppendAttr(node.attrs, name, value);
+    }
+    size_t connected = 0;  // the length up to the last connected input
     for (const auto& anchor : source.InAnchors()) {
       const tov::OutDataAnchor* peer = anchor->GetPeerOutAnchorRaw();
-      node.inputs.push_back(peer == nullptr
-                                ? std::string()
-                                : InputText(peer->GetOwnerNodeRaw()->GetName(), peer->GetIdx()));
+      if (peer == nullptr) {
+        node.inputs += kEntryEnd;
+        continue;
+      }
+      AppendInput(node.inputs, peer->GetOwnerNodeRaw()->GetName(), peer->GetIdx());
+      connected = node.inputs.size();
     }
     // The file lists no input after its last connected one.
-    while (!node.inputs.empty() && node.inputs.back().empty()) node.inputs.pop_back();
+    node.inputs.resize(connected);
     for (const tov::Node* control : source.RoleNodeWalker().InControlNodes()) {
-      node.inputs.push_back(InputText(control->GetName(), -1));
+      AppendInput(node.inputs, control->GetName(), -1);
     }
     view.nodes.push_back(std::move(node));
   });

@@ -148,8 +148,7 @@
   nodes.forEach((node, index) => {
     for (const [kind, text] of node.changes || []) changes.push({ index: index, kind: kind, text: text });
   });
-  // Attribute bookkeeping touches nearly every node; it is there, but not shown at first.
-  const hiddenAtFirst = new Set(["attributes"]);
+  const hiddenAtFirst = new Set();
   const shownKinds = new Set();
   const pageSize = 300;
   let limit = pageSize;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 #include "conversion_diff.h"
 
@@ -104,10 +105,21 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
   return support;
 }
 
-json Side(const ViewNode& node) {
-  json attrs = json::object();
-  for (const AttrText& attr : node.attrs) attrs.emplace(attr.first, attr.second);
-  return {{"type", node.type}, {"attrs", std::move(attrs)}, {"inputs", node.inputs}};
+// The node's side, its strings moved out of the view: the page's data is the view's last use.
+json Side(ViewNode* node) {
+  if (node == nullptr) return nullptr;
+  json side = json::array();
+  auto& list = side.get_ref<json::array_t&>();
+  list.reserve(3);
+  list.emplace_back(std::move(node->type));
+  list.emplace_back(std::move(node->attrs));
+  list.emplace_back(std::move(node->inputs));
+  return side;
+}
+
+// The view's own, writable node that a comparison row points to.
+ViewNode* Own(GraphView& view, const ViewNode* node) {
+  return node == nullptr ? nullptr : &view.nodes[static_cast<size_t>(node - view.nodes.data())];
 }
 
 const char* MarkName(Mark mark) {
@@ -122,21 +134,33 @@ const char* MarkName(Mark mark) {
   return "";
 }
 
-json Nodes(const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks) {
+std::string ChangesText(const std::vector<Change>& changes) {
+  std::string text;
+  for (const Change& change : changes) {
+    text += change.kind;
+    text += kNameEnd;
+    text += change.text;
+    text += kEntryEnd;
+  }
+  return text;
+}
+
+json Nodes(const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks,
+           GraphView& source, GraphView& converted) {
   json nodes = json::array();
-  nodes.get_ref<json::array_t&>().reserve(rows.size());
+  auto& list = nodes.get_ref<json::array_t&>();
+  list.reserve(rows.size());
   for (size_t i = 0; i < rows.size(); ++i) {
     const NodeComparison& row = rows[i];
-    json node = {{"name", row.Name()}};
-    if (row.before != nullptr) node["before"] = Side(*row.before);
-    if (row.after != nullptr) node["after"] = Side(*row.after);
-    if (!row.changes.empty()) {
-      json changes = json::array();
-      for (const Change& change : row.changes) changes.push_back({change.kind, change.text});
-      node["changes"] = std::move(changes);
-    }
-    if (marks[i] != Mark::kPlain) node["mark"] = MarkName(marks[i]);
-    nodes.push_back(std::move(node));
+    json node = json::array();
+    auto& fields = node.get_ref<json::array_t&>();
+    fields.reserve(5);
+    fields.emplace_back(row.Name());
+    fields.emplace_back(MarkName(marks[i]));
+    fields.emplace_back(Side(Own(source, row.before)));
+    fields.emplace_back(Side(Own(converted, row.after)));
+    fields.emplace_back(ChangesText(row.changes));
+    list.push_back(std::move(node));
   }
   return nodes;
 }
@@ -153,16 +177,25 @@ json PicturesJson(const Pictures& pictures, size_t rows) {
 
 }  // namespace
 
-json BuildReportData(const RunFacts& run, const GraphView& source, const GraphView* converted,
+json BuildReportData(const RunFacts& run, GraphView source, std::optional<GraphView> converted,
                      const PictureLimits& limits) {
   std::unordered_set<std::string> refused;
   json data;
-  data["summary"] = Summary(run, converted != nullptr);
+  data["summary"] = Summary(run, converted.has_value());
   data["support"] = Support(run.checkReport, refused);
-  const std::vector<NodeComparison> rows = CompareGraphs(source, converted);
+  std::vector<NodeComparison> rows;
+  {
+    ProfileScope step("report: compare graphs");
+    rows = CompareGraphs(source, converted ? &*converted : nullptr);
+  }
   const std::vector<Mark> marks = MarkRows(rows, refused);
-  data["nodes"] = Nodes(rows, marks);
-  data["pictures"] = PicturesJson(DrawPictures(rows, marks, limits), rows.size());
+  {
+    ProfileScope step("report: draw graphs");
+    data["pictures"] = PicturesJson(DrawPictures(rows, marks, limits), rows.size());
+  }
+  ProfileScope step("report: node data");
+  GraphView none;
+  data["nodes"] = Nodes(rows, marks, source, converted ? *converted : none);
   return data;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,11 +40,16 @@ struct RunFacts {
 // The page's data:
 //   summary   the run's facts, operator counts and timed steps
 //   support   the check report's unsupported nodes grouped by operator type
-//   nodes     every node of either graph: name, both sides (type, attributes, inputs), changes
+//   nodes     every node of either graph, as [name, mark, before, after, changes]: mark is
+//             "unsupported", "changed" or ""; before and after are [type, attrs, inputs] in the
+//             line form of ViewNode, or null for a side without the node; changes is one line
+//             "kind\ttext" per change. Compact, since a large graph has 100k of them.
 //   pictures  source and converted SVG, and whether they show the whole graph
-// `converted` is null when the conversion failed.
-nlohmann::json BuildReportData(const RunFacts& run, const GraphView& source,
-                               const GraphView* converted, const PictureLimits& limits = {});
+// `converted` is empty when the conversion failed. The views are consumed: their strings move
+// into the data rather than being copied, which matters for graphs of 100k nodes.
+nlohmann::json BuildReportData(const RunFacts& run, GraphView source,
+                               std::optional<GraphView> converted,
+                               const PictureLimits& limits = {});
 
 }  // namespace report
 }  // namespace cli

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "framework/profiler.h"
 #include "framework/proto_io.h"
 #include "report_resources.h"
 
@@ -27,40 +28,42 @@ std::string_view Fill(std::string& page, std::string_view text, std::string_view
 
 }  // namespace
 
-std::string ScriptSafeJson(const nlohmann::json& data) {
+void AppendScriptSafeJson(std::string& out, const nlohmann::json& data) {
   const std::string text = data.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-  std::string safe;
-  safe.reserve(text.size() + text.size() / 64);
+  out.reserve(out.size() + text.size());
   // '<' occurs only inside strings, where "\u003c" means the same character.
-  for (size_t i = 0; i < text.size(); ++i) {
-    const bool opensTag =
-        text[i] == '<' && i + 1 < text.size() && (text[i + 1] == '/' || text[i + 1] == '!');
-    if (opensTag) {
-      safe += "\\u003c";
-    } else {
-      safe += text[i];
+  size_t from = 0;
+  for (size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at + 1)) {
+    if (at + 1 < text.size() && (text[at + 1] == '/' || text[at + 1] == '!')) {
+      out.append(text, from, at - from);
+      out += "\\u003c";
+      from = at + 1;
     }
   }
-  return safe;
+  out.append(text, from, std::string::npos);
 }
 
 std::string ReportPage(const nlohmann::json& data) {
-  const std::string json = ScriptSafeJson(data);
   const std::string_view html = resources::kReportHtml;
   const std::string_view css = resources::kReportCss;
   const std::string_view js = resources::kReportJs;
   std::string page;
-  page.reserve(json.size() + html.size() + css.size() + js.size());
+  page.reserve(html.size() + css.size() + js.size());
   // The template names the slots in this order: style in the head, then data, then script.
-  std::string_view rest = html;
-  rest = Fill(page, rest, kStyleSlot, css);
-  rest = Fill(page, rest, kDataSlot, json);
+  std::string_view rest = Fill(page, html, kStyleSlot, css);
+  const size_t dataSlot = rest.find(kDataSlot);
+  if (dataSlot != std::string_view::npos) {
+    page.append(rest.substr(0, dataSlot));
+    AppendScriptSafeJson(page, data);
+    rest = rest.substr(dataSlot + kDataSlot.size());
+  }
   rest = Fill(page, rest, kScriptSlot, js);
   page.append(rest);
   return page;
 }
 
 Status WriteReportPage(const std::string& path, const nlohmann::json& data) {
+  ProfileScope step("report: write page");
   return WriteFileAtomically(path, ReportPage(data));
 }
 

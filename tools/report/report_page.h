@@ -14,10 +14,10 @@ namespace tesu {
 namespace cli {
 namespace report {
 
-// The data as JSON text that can stand inside a <script> element: "</" and "<!" are written
-// "\u003c/" and "\u003c!", so no name in the data can end the element or open a comment. Text
-// that is not UTF-8 is replaced rather than refused.
-std::string ScriptSafeJson(const nlohmann::json& data);
+// Appends the data as JSON text that can stand inside a <script> element: "</" and "<!" are
+// written "\u003c/" and "\u003c!", so no name in the data can end the element or open a
+// comment. Text that is not UTF-8 is replaced rather than refused.
+void AppendScriptSafeJson(std::string& out, const nlohmann::json& data);
 
 // The whole page for the data.
 std::string ReportPage(const nlohmann::json& data);
