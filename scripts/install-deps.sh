@@ -3,6 +3,9 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
           libgtest-dev libgmock-dev libbenchmark-dev graphviz)
+# The --report page: Graphviz's library for its graph pictures, and headless Chromium with
+# Selenium for the browser tests.
+packages+=(pkg-config libgraphviz-dev chromium chromium-driver python3 python3-selenium)
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")

@@ -86,8 +86,10 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   std::unordered_map<std::string_view, Agnode_t*> byName;
   byName.reserve(nodes.size());
   for (const DrawnNode& drawn : nodes) {
-    // The Graphviz name is the element id, unique even when two nodes share a name.
-    Agnode_t* n = agnode(g, Text(drawn.id.c_str()), 1);
+    // The Graphviz name shows as the node's tooltip; a second node of one name gets its id too.
+    std::string name = drawn.node->name;
+    if (agnode(g, Text(name.c_str()), 0) != nullptr) name += " (" + drawn.id + ")";
+    Agnode_t* n = agnode(g, Text(name.c_str()), 1);
     agxset(n, label, Text(LabelText(drawn.node->name + "\n" + drawn.node->type).c_str()));
     agxset(n, id, Text(drawn.id.c_str()));
     const Style style = StyleOf(drawn.mark, drawn.node->type);

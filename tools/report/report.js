@@ -4,7 +4,29 @@
 (function () {
   const data = JSON.parse(document.getElementById("report-data").textContent);
   const summary = data.summary;
-  const nodes = data.nodes || [];
+
+  // Each node comes as [name, mark, before, after, changes]; a side as [type, attrs, inputs].
+  // Attributes, inputs and changes are lines, "name\tvalue" where a line has two parts.
+  function lines(text) {
+    return text ? text.slice(0, -1).split("\n") : [];
+  }
+  function pairs(text) {
+    return lines(text).map((line) => {
+      const tab = line.indexOf("\t");
+      return tab < 0 ? [line, ""] : [line.slice(0, tab), line.slice(tab + 1)];
+    });
+  }
+  function side(fields) {
+    if (!fields) return null;
+    return {
+      type: fields[0],
+      get attrs() { return Object.fromEntries(pairs(fields[1])); },
+      get inputs() { return lines(fields[2]); },
+    };
+  }
+  const nodes = (data.nodes || []).map((n) => ({
+    name: n[0], mark: n[1], before: side(n[2]), after: side(n[3]), changes: pairs(n[4]),
+  }));
   const byName = new Map();
   nodes.forEach((node, index) => {
     if (!byName.has(node.name)) byName.set(node.name, index);
@@ -146,7 +168,7 @@
   // --- Changes ---------------------------------------------------------------------------
   const changes = [];
   nodes.forEach((node, index) => {
-    for (const [kind, text] of node.changes || []) changes.push({ index: index, kind: kind, text: text });
+    for (const [kind, text] of node.changes) changes.push({ index: index, kind: kind, text: text });
   });
   const hiddenAtFirst = new Set();
   const shownKinds = new Set();
@@ -261,17 +283,19 @@
     for (const [side, label] of [["before", "Outputs before"], ["after", "Outputs after"]]) {
       if (node[side]) facts.append(el("tr", null, el("th", null, label), el("td", null, list(consumers(side).get(node.name)))));
     }
-    for (const [kind, text] of node.changes || []) {
+    for (const [kind, text] of node.changes) {
       facts.append(el("tr", null, el("th", null, "Change: " + kind), el("td", null, text)));
     }
     box.append(facts);
 
-    const names = new Set(Object.keys((before && before.attrs) || {}).concat(Object.keys((after && after.attrs) || {})));
+    const attrsBefore = before ? before.attrs : {};
+    const attrsAfter = after ? after.attrs : {};
+    const names = new Set(Object.keys(attrsBefore).concat(Object.keys(attrsAfter)));
     const attrs = el("table", { className: "attrs" });
     attrs.append(el("tr", null, el("th", null, "Attribute"), el("th", null, "Before"), el("th", null, "After")));
     for (const attr of [...names].sort()) {
-      const was = before ? before.attrs[attr] : undefined;
-      const is = after ? after.attrs[attr] : undefined;
+      const was = attrsBefore[attr];
+      const is = attrsAfter[attr];
       const differs = summary.converted && was !== is;
       attrs.append(el("tr", null, el("td", { className: "mono" }, attr),
         el("td", { className: "mono" + (differs ? " differs" : "") }, was === undefined ? "\u2014" : was),
