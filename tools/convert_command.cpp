@@ -1,9 +1,7 @@
 #include "convert_command.h"
 
 #include <filesystem>
-#include <future>
 #include <memory>
-#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -19,8 +17,7 @@
 #include "model_summary.h"
 #include "output_files.h"
 #include "framework/plugin_loader.h"
-#include "report_data.h"
-#include "report_page.h"
+#include "conversion_report.h"
 #include "summary.h"
 
 namespace tesu {
@@ -170,10 +167,10 @@ struct ReportRun {
 };
 
 // Writes --report, when asked for, with the steps timed so far. Prints why it failed.
-bool WriteReport(const CliOptions& options, const ReportRun& run, const CheckReportWatch& checks,
-                 report::GraphView& source, const tov::ComputeGraph* converted,
+bool WriteReport(const CliOptions& options, const ReportRun& run, report::ConversionReport& page,
                  std::vector<Profiler::Step>& steps, std::ostream& err) {
-  if (options.reportFile.empty()) return true;
+  if (!page.Wanted()) return true;
+  page.Wait();
   const std::vector<Profiler::Step> earlier = Profiler::Take();
   steps.insert(steps.end(), earlier.begin(), earlier.end());
   report::RunFacts facts;
@@ -188,20 +185,16 @@ bool WriteReport(const CliOptions& options, const ReportRun& run, const CheckRep
   facts.opsBefore = run.before;
   if (run.after != nullptr) facts.opsAfter = *run.after;
   facts.steps = steps;
-  if (checks.Written()) facts.checkReport = ReadCheckReport(checks.File());
-  std::optional<report::GraphView> convertedView;
-  if (converted != nullptr) {
-    ProfileScope viewStep("report: read converted graph");
-    convertedView = report::ViewOf(*converted);
-  }
-  const nlohmann::json data =
-      report::BuildReportData(facts, std::move(source), std::move(convertedView));
-  const Status status = report::WriteReportPage(options.reportFile, data);
+  const Status status = page.Write(facts);
   if (status != SUCCESS) {
-    err << kProgram << "cannot write report " << options.reportFile << ": status " << status
-        << "\n";
+    err << kProgram << "cannot write report " << page.Path() << ": status " << status << "\n";
   }
   return status == SUCCESS;
+}
+
+// The check report this run wrote, for the HTML report; null when it wrote none.
+nlohmann::json CheckReportOf(const CheckReportWatch& checks) {
+  return checks.Written() ? ReadCheckReport(checks.File()) : nlohmann::json();
 }
 
 // The steps of the whole run: those the report took, then any timed since.
@@ -232,24 +225,16 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
     ProfileScope step("count source operators");
     SummarizeModel(bytes, modelName, summary.before);
   }
-  // The report's view of the source graph is read from the model bytes on a second thread while
-  // the parser works on the same bytes; both only read them.
-  std::future<report::GraphView> sourceView;
-  if (!options.reportFile.empty()) {
-    sourceView = std::async(std::launch::async, [&bytes] {
-      ProfileScope step("report: read source graph (in parallel)");
-      return report::SourceViewOf(bytes);
-    });
-  }
-  report::GraphView source;
+  // The parser and the report's reading of the source graph share the bytes; both only read.
+  report::ConversionReport page(options.reportFile);
+  page.ReadSource(bytes);
   const CheckReportWatch report(options.parser.checkReportPath);
   std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
   if (parser == nullptr) {
-    if (sourceView.valid()) source = sourceView.get();
     const ReportRun run{FAILED, kFailure,
                         "no parser for framework " + std::to_string(options.framework),
                         summary.before, nullptr};
-    WriteReport(options, run, report, source, nullptr, steps, err);
+    WriteReport(options, run, page, steps, err);
     return kFailure;
   }
   const std::string sourceDot = SourcePicture(options, bytes);
@@ -259,29 +244,32 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
       tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
   tov::Graph graph;
   const Status status = parser->ParseFromMemory(parserOptions, buffers, graph);
-  if (sourceView.valid()) source = sourceView.get();
+  page.SourceRead();
   std::string().swap(bytes);  // the graph holds everything now; give the memory back
   const auto computeGraph = tov::GraphUtils::GetComputeGraph(graph);
   if (status != SUCCESS || computeGraph == nullptr) {
     const Status failure = status != SUCCESS ? status : FAILED;
     ReportParseFailure(options, failure, report, err);
     const ReportRun run{failure, ExitCodeFor(failure), OutcomeOf(failure), summary.before, nullptr};
-    WriteReport(options, run, report, source, nullptr, steps, err);
+    page.Compare(nullptr, CheckReportOf(report));
+    WriteReport(options, run, page, steps, err);
     return ExitCodeFor(failure);
   }
 
   const tov::Model converted(modelName, graph);
   summary.after = CountOps(*computeGraph);
+  // The report compares and draws while the outputs are written.
+  page.Compare(computeGraph.get(), CheckReportOf(report));
   if (!WriteOutputs(options, ConversionResult{converted, sourceDot}, summary, err)) {
     // The outputs written stay, so the report shows the conversion it made.
     const ReportRun run{FILE_WRITE_FAILED, kFailure, OutcomeOf(FILE_WRITE_FAILED), summary.before,
                         &summary.after};
-    WriteReport(options, run, report, source, computeGraph.get(), steps, err);
+    WriteReport(options, run, page, steps, err);
     return kFailure;
   }
   if (report.Written()) summary.written.push_back({"check report", report.File()});
   const ReportRun run{SUCCESS, 0, "converted", summary.before, &summary.after};
-  if (!WriteReport(options, run, report, source, computeGraph.get(), steps, err)) {
+  if (!WriteReport(options, run, page, steps, err)) {
     return kFailure;
   }
   if (!options.reportFile.empty()) summary.written.push_back({"report", options.reportFile});

@@ -16,16 +16,23 @@
       return tab < 0 ? [line, ""] : [line.slice(0, tab), line.slice(tab + 1)];
     });
   }
+  // Shared texts (marks, types, attribute sets, change lists) are positions in data.strings.
+  const strings = data.strings || [];
+  const parsedPairs = new Map();
+  function sharedPairs(position) {
+    if (!parsedPairs.has(position)) parsedPairs.set(position, pairs(strings[position]));
+    return parsedPairs.get(position);
+  }
   function side(fields) {
     if (!fields) return null;
     return {
-      type: fields[0],
-      get attrs() { return Object.fromEntries(pairs(fields[1])); },
+      type: strings[fields[0]],
+      get attrs() { return Object.fromEntries(sharedPairs(fields[1])); },
       get inputs() { return lines(fields[2]); },
     };
   }
   const nodes = (data.nodes || []).map((n) => ({
-    name: n[0], mark: n[1], before: side(n[2]), after: side(n[3]), changes: pairs(n[4]),
+    name: n[0], mark: strings[n[1]], before: side(n[2]), after: side(n[3]), changes: sharedPairs(n[4]),
   }));
   const byName = new Map();
   nodes.forEach((node, index) => {

@@ -1,6 +1,7 @@
 #include "report_data.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -105,14 +106,34 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
   return support;
 }
 
+// Texts that many nodes share (types, attribute sets, change lists, marks) are written once,
+// in the data's "strings", and referred to by position: a 100k-node graph of repeated blocks
+// then carries a few hundred such texts instead of 100k copies of each.
+class StringTable {
+ public:
+  int64_t Add(std::string&& text) {
+    const auto found = positions_.find(text);
+    if (found != positions_.end()) return found->second;
+    const auto position = static_cast<int64_t>(texts_.size());
+    texts_.push_back(text);
+    positions_.emplace(std::move(text), position);
+    return position;
+  }
+  json Take() { return std::move(texts_); }
+
+ private:
+  std::unordered_map<std::string, int64_t> positions_;
+  std::vector<std::string> texts_;
+};
+
 // The node's side, its strings moved out of the view: the page's data is the view's last use.
-json Side(ViewNode* node) {
+json Side(ViewNode* node, StringTable& strings) {
   if (node == nullptr) return nullptr;
   json side = json::array();
   auto& list = side.get_ref<json::array_t&>();
   list.reserve(3);
-  list.emplace_back(std::move(node->type));
-  list.emplace_back(std::move(node->attrs));
+  list.emplace_back(strings.Add(std::move(node->type)));
+  list.emplace_back(strings.Add(std::move(node->attrs)));
   list.emplace_back(std::move(node->inputs));
   return side;
 }
@@ -145,8 +166,9 @@ std::string ChangesText(const std::vector<Change>& changes) {
   return text;
 }
 
-json Nodes(const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks,
-           GraphView& source, GraphView& converted) {
+void AddNodes(json& data, const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks,
+              GraphView& source, GraphView& converted) {
+  StringTable strings;
   json nodes = json::array();
   auto& list = nodes.get_ref<json::array_t&>();
   list.reserve(rows.size());
@@ -156,13 +178,14 @@ json Nodes(const std::vector<NodeComparison>& rows, const std::vector<Mark>& mar
     auto& fields = node.get_ref<json::array_t&>();
     fields.reserve(5);
     fields.emplace_back(row.Name());
-    fields.emplace_back(MarkName(marks[i]));
-    fields.emplace_back(Side(Own(source, row.before)));
-    fields.emplace_back(Side(Own(converted, row.after)));
-    fields.emplace_back(ChangesText(row.changes));
+    fields.emplace_back(strings.Add(MarkName(marks[i])));
+    fields.emplace_back(Side(Own(source, row.before), strings));
+    fields.emplace_back(Side(Own(converted, row.after), strings));
+    fields.emplace_back(strings.Add(ChangesText(row.changes)));
     list.push_back(std::move(node));
   }
-  return nodes;
+  data["nodes"] = std::move(nodes);
+  data["strings"] = strings.Take();
 }
 
 json PicturesJson(const Pictures& pictures, size_t rows) {
@@ -177,12 +200,12 @@ json PicturesJson(const Pictures& pictures, size_t rows) {
 
 }  // namespace
 
-json BuildReportData(const RunFacts& run, GraphView source, std::optional<GraphView> converted,
+json BuildReportBody(GraphView source, std::optional<GraphView> converted, const json& checkReport,
                      const PictureLimits& limits) {
   std::unordered_set<std::string> refused;
   json data;
-  data["summary"] = Summary(run, converted.has_value());
-  data["support"] = Support(run.checkReport, refused);
+  data["converted"] = converted.has_value();
+  data["support"] = Support(checkReport, refused);
   std::vector<NodeComparison> rows;
   {
     ProfileScope step("report: compare graphs");
@@ -195,8 +218,12 @@ json BuildReportData(const RunFacts& run, GraphView source, std::optional<GraphV
   }
   ProfileScope step("report: node data");
   GraphView none;
-  data["nodes"] = Nodes(rows, marks, source, converted ? *converted : none);
+  AddNodes(data, rows, marks, source, converted ? *converted : none);
   return data;
+}
+
+void AddSummary(json& body, const RunFacts& run) {
+  body["summary"] = Summary(run, body.value("converted", false));
 }
 
 }  // namespace report

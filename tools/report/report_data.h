@@ -32,9 +32,6 @@ struct RunFacts {
   std::map<std::string, size_t> opsBefore;
   std::map<std::string, size_t> opsAfter;
   std::vector<Profiler::Step> steps;  // the timed steps, as --profile prints them
-  // The operator support report this run wrote, as read back from its file; null when the run
-  // wrote none.
-  nlohmann::json checkReport;
 };
 
 // The page's data:
@@ -43,13 +40,21 @@ struct RunFacts {
 //   nodes     every node of either graph, as [name, mark, before, after, changes]: mark is
 //             "unsupported", "changed" or ""; before and after are [type, attrs, inputs] in the
 //             line form of ViewNode, or null for a side without the node; changes is one line
-//             "kind\ttext" per change. Compact, since a large graph has 100k of them.
+//             "kind\ttext" per change. Compact, since a large graph has 100k of them: mark,
+//             type, attrs and changes are positions in `strings`.
+//   strings   the texts that nodes share, each once
 //   pictures  source and converted SVG, and whether they show the whole graph
-// `converted` is empty when the conversion failed. The views are consumed: their strings move
-// into the data rather than being copied, which matters for graphs of 100k nodes.
-nlohmann::json BuildReportData(const RunFacts& run, GraphView source,
-                               std::optional<GraphView> converted,
-                               const PictureLimits& limits = {});
+// The data is built in two parts, so that the costly one can run while the command line writes
+// its other outputs, and the summary still shows how long those took.
+
+// Everything but the summary. `converted` is empty when the conversion failed; `checkReport` is
+// the operator support report the run wrote, as read back from its file, or null. The views
+// are consumed: their strings move into the data rather than being copied.
+nlohmann::json BuildReportBody(GraphView source, std::optional<GraphView> converted,
+                               const nlohmann::json& checkReport, const PictureLimits& limits = {});
+
+// Adds the summary to a body.
+void AddSummary(nlohmann::json& body, const RunFacts& run);
 
 }  // namespace report
 }  // namespace cli
