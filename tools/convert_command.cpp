@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "check_report.h"
+#include "conversion_report.h"
 #include "framework/profiler.h"
 #include "framework/proto_io.h"
 #include "graph/base_buffer.h"
@@ -17,7 +18,6 @@
 #include "model_summary.h"
 #include "output_files.h"
 #include "framework/plugin_loader.h"
-#include "conversion_report.h"
 #include "summary.h"
 
 namespace tesu {

@@ -2,6 +2,7 @@
 // the support table, and which nodes the graph pictures draw and highlight.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -84,16 +85,35 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
   json data =
       BuildReportBody(ViewOf(Source().Def().graph(0)), std::move(after), checkReport, limits);
   AddSummary(data, run);
+  // The nodes' columns as one [name, mark, before, after, changes] entry per node.
   const json& strings = data["strings"];
-  for (json& node : data["nodes"]) {
-    node[kMark] = strings.at(node[kMark].get<size_t>());
-    node[kChanges] = strings.at(node[kChanges].get<size_t>());
-    for (Field side : {kBefore, kAfter}) {
-      if (node[side].is_null()) continue;
-      node[side][0] = strings.at(node[side][0].get<size_t>());
-      node[side][1] = strings.at(node[side][1].get<size_t>());
+  const json& columns = data["nodes"];
+  auto text = [&](const json& position) { return strings.at(position.get<size_t>()); };
+  auto records = [&](const std::string& joined) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (size_t i = 0; i < columns["count"]; ++i) {
+      const size_t end = std::min(joined.find('\x1e', start), joined.size());
+      parts.push_back(joined.substr(start, end - start));
+      start = end + 1;
     }
+    return parts;
+  };
+  const std::vector<std::string> names = records(columns["names"]);
+  const std::vector<std::string> inputs[] = {records(columns["before"]["inputs"]),
+                                             records(columns["after"]["inputs"])};
+  json nodes = json::array();
+  for (size_t i = 0; i < names.size(); ++i) {
+    json node = {names[i], text(columns["marks"][i]), nullptr, nullptr,
+                 text(columns["changes"][i])};
+    for (int side = 0; side < 2; ++side) {
+      const json& column = columns[side == 0 ? "before" : "after"];
+      if (column["types"][i].is_null()) continue;
+      node[kBefore + side] = {text(column["types"][i]), text(column["attrs"][i]), inputs[side][i]};
+    }
+    nodes.push_back(node);
   }
+  data["nodes"] = nodes;
   return data;
 }
 

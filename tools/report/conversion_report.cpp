@@ -13,7 +13,7 @@ namespace report {
 void ConversionReport::ReadSource(const std::string& bytes) {
   if (!Wanted()) return;
   source_ = std::async(std::launch::async, [&bytes] {
-    ProfileScope step("report: read source graph (in parallel)");
+    ProfileScope step("report: source graph");
     return SourceViewOf(bytes);
   });
 }
@@ -27,7 +27,7 @@ void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::jso
   SourceRead();
   std::optional<GraphView> convertedView;
   if (converted != nullptr) {
-    ProfileScope step("report: read converted graph");
+    ProfileScope step("report: converted graph");
     convertedView = ViewOf(*converted);
   }
   pending_ = std::async(std::launch::async, [source = std::move(sourceView_),

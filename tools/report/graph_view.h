@@ -23,9 +23,11 @@ namespace tesu {
 namespace cli {
 namespace report {
 
-// Separators of the entries of ViewNode::attrs and ViewNode::inputs.
+// Separators of the entries of ViewNode::attrs and ViewNode::inputs, and of the records of one
+// node each where the report puts many nodes' texts in one string.
 constexpr char kEntryEnd = '\n';
 constexpr char kNameEnd = '\t';
+constexpr char kRecordEnd = '\x1e';
 
 struct ViewNode {
   std::string name;

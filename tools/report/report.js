@@ -5,7 +5,6 @@
   const data = JSON.parse(document.getElementById("report-data").textContent);
   const summary = data.summary;
 
-  // Each node comes as [name, mark, before, after, changes]; a side as [type, attrs, inputs].
   // Attributes, inputs and changes are lines, "name\tvalue" where a line has two parts.
   function lines(text) {
     return text ? text.slice(0, -1).split("\n") : [];
@@ -16,23 +15,31 @@
       return tab < 0 ? [line, ""] : [line.slice(0, tab), line.slice(tab + 1)];
     });
   }
-  // Shared texts (marks, types, attribute sets, change lists) are positions in data.strings.
+  // The nodes come in columns (see the C++ side); shared texts (marks, types, attribute sets,
+  // change lists) are positions in data.strings, and per-node texts are separated by \x1e.
   const strings = data.strings || [];
+  const columns = data.nodes;
   const parsedPairs = new Map();
   function sharedPairs(position) {
     if (!parsedPairs.has(position)) parsedPairs.set(position, pairs(strings[position]));
     return parsedPairs.get(position);
   }
-  function side(fields) {
-    if (!fields) return null;
-    return {
-      type: strings[fields[0]],
-      get attrs() { return Object.fromEntries(sharedPairs(fields[1])); },
-      get inputs() { return lines(fields[2]); },
+  function records(text) {
+    return columns.count ? text.split("\x1e") : [];
+  }
+  function sides(column) {
+    const inputs = records(column.inputs);
+    return (i) => column.types[i] === null ? null : {
+      type: strings[column.types[i]],
+      get attrs() { return Object.fromEntries(sharedPairs(column.attrs[i])); },
+      get inputs() { return lines(inputs[i]); },
     };
   }
-  const nodes = (data.nodes || []).map((n) => ({
-    name: n[0], mark: strings[n[1]], before: side(n[2]), after: side(n[3]), changes: sharedPairs(n[4]),
+  const before = sides(columns.before);
+  const after = sides(columns.after);
+  const nodes = records(columns.names).map((name, i) => ({
+    name: name, mark: strings[columns.marks[i]], before: before(i), after: after(i),
+    changes: sharedPairs(columns.changes[i]),
   }));
   const byName = new Map();
   nodes.forEach((node, index) => {

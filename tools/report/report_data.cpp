@@ -1,6 +1,8 @@
 #include "report_data.h"
 
 #include <algorithm>
+#include <deque>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -111,37 +113,55 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
 // then carries a few hundred such texts instead of 100k copies of each.
 class StringTable {
  public:
-  int64_t Add(std::string&& text) {
+  int64_t Add(std::string_view text) {
     const auto found = positions_.find(text);
     if (found != positions_.end()) return found->second;
     const auto position = static_cast<int64_t>(texts_.size());
-    texts_.push_back(text);
-    positions_.emplace(std::move(text), position);
+    positions_.emplace(texts_.emplace_back(text), position);
     return position;
   }
-  json Take() { return std::move(texts_); }
+  json Take() {
+    json texts = json::array();
+    for (std::string& text : texts_) texts.push_back(std::move(text));
+    return texts;
+  }
 
  private:
-  std::unordered_map<std::string, int64_t> positions_;
-  std::vector<std::string> texts_;
+  std::deque<std::string> texts_;  // a deque keeps its elements in place, for the keys below
+  std::unordered_map<std::string_view, int64_t> positions_;
 };
 
-// The node's side, its strings moved out of the view: the page's data is the view's last use.
-json Side(ViewNode* node, StringTable& strings) {
-  if (node == nullptr) return nullptr;
-  json side = json::array();
-  auto& list = side.get_ref<json::array_t&>();
-  list.reserve(3);
-  list.emplace_back(strings.Add(std::move(node->type)));
-  list.emplace_back(strings.Add(std::move(node->attrs)));
-  list.emplace_back(std::move(node->inputs));
-  return side;
-}
+// One side (before or after) of every node, a column per field: a graph of 100k nodes is then a
+// few large values rather than 100k small ones, which is what makes its data cheap to build,
+// write and free. A node without that side has null type and attrs and an empty inputs record.
+class SideColumns {
+ public:
+  explicit SideColumns(size_t rows) {
+    types_.get_ref<json::array_t&>().reserve(rows);
+    attrs_.get_ref<json::array_t&>().reserve(rows);
+  }
+  void Add(const ViewNode* node, StringTable& strings) {
+    if (count_++ > 0) inputs_ += kRecordEnd;
+    if (node == nullptr) {
+      types_.push_back(nullptr);
+      attrs_.push_back(nullptr);
+      return;
+    }
+    types_.push_back(strings.Add(node->type));
+    attrs_.push_back(strings.Add(node->attrs));
+    inputs_ += node->inputs;
+  }
+  json Take() {
+    return {
+        {"types", std::move(types_)}, {"attrs", std::move(attrs_)}, {"inputs", std::move(inputs_)}};
+  }
 
-// The view's own, writable node that a comparison row points to.
-ViewNode* Own(GraphView& view, const ViewNode* node) {
-  return node == nullptr ? nullptr : &view.nodes[static_cast<size_t>(node - view.nodes.data())];
-}
+ private:
+  json types_ = json::array();
+  json attrs_ = json::array();
+  std::string inputs_;
+  size_t count_ = 0;
+};
 
 const char* MarkName(Mark mark) {
   switch (mark) {
@@ -166,25 +186,27 @@ std::string ChangesText(const std::vector<Change>& changes) {
   return text;
 }
 
-void AddNodes(json& data, const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks,
-              GraphView& source, GraphView& converted) {
+void AddNodes(json& data, const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks) {
   StringTable strings;
-  json nodes = json::array();
-  auto& list = nodes.get_ref<json::array_t&>();
-  list.reserve(rows.size());
+  std::string names;
+  json markColumn = json::array();
+  json changeColumn = json::array();
+  markColumn.get_ref<json::array_t&>().reserve(rows.size());
+  changeColumn.get_ref<json::array_t&>().reserve(rows.size());
+  SideColumns before(rows.size());
+  SideColumns after(rows.size());
   for (size_t i = 0; i < rows.size(); ++i) {
     const NodeComparison& row = rows[i];
-    json node = json::array();
-    auto& fields = node.get_ref<json::array_t&>();
-    fields.reserve(5);
-    fields.emplace_back(row.Name());
-    fields.emplace_back(strings.Add(MarkName(marks[i])));
-    fields.emplace_back(Side(Own(source, row.before), strings));
-    fields.emplace_back(Side(Own(converted, row.after), strings));
-    fields.emplace_back(strings.Add(ChangesText(row.changes)));
-    list.push_back(std::move(node));
+    if (i > 0) names += kRecordEnd;
+    names += row.Name();
+    markColumn.push_back(strings.Add(MarkName(marks[i])));
+    changeColumn.push_back(strings.Add(ChangesText(row.changes)));
+    before.Add(row.before, strings);
+    after.Add(row.after, strings);
   }
-  data["nodes"] = std::move(nodes);
+  data["nodes"] = {{"count", rows.size()},           {"names", std::move(names)},
+                   {"marks", std::move(markColumn)}, {"changes", std::move(changeColumn)},
+                   {"before", before.Take()},        {"after", after.Take()}};
   data["strings"] = strings.Take();
 }
 
@@ -208,17 +230,16 @@ json BuildReportBody(GraphView source, std::optional<GraphView> converted, const
   data["support"] = Support(checkReport, refused);
   std::vector<NodeComparison> rows;
   {
-    ProfileScope step("report: compare graphs");
+    ProfileScope step("report: compare");
     rows = CompareGraphs(source, converted ? &*converted : nullptr);
   }
   const std::vector<Mark> marks = MarkRows(rows, refused);
   {
-    ProfileScope step("report: draw graphs");
+    ProfileScope step("report: draw");
     data["pictures"] = PicturesJson(DrawPictures(rows, marks, limits), rows.size());
   }
   ProfileScope step("report: node data");
-  GraphView none;
-  AddNodes(data, rows, marks, source, converted ? *converted : none);
+  AddNodes(data, rows, marks);
   return data;
 }
 

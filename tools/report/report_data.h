@@ -37,11 +37,15 @@ struct RunFacts {
 // The page's data:
 //   summary   the run's facts, operator counts and timed steps
 //   support   the check report's unsupported nodes grouped by operator type
-//   nodes     every node of either graph, as [name, mark, before, after, changes]: mark is
-//             "unsupported", "changed" or ""; before and after are [type, attrs, inputs] in the
-//             line form of ViewNode, or null for a side without the node; changes is one line
-//             "kind\ttext" per change. Compact, since a large graph has 100k of them: mark,
-//             type, attrs and changes are positions in `strings`.
+//   nodes     every node of either graph, in columns, since a large graph has 100k of them:
+//               count
+//               names    the names, separated by kRecordEnd
+//               marks    per node "unsupported", "changed" or ""
+//               changes  per node one line "kind\ttext" per change
+//               before, after: per node of that graph
+//                 types, attrs  (attrs in the line form of ViewNode); null without the node
+//                 inputs        the inputs in ViewNode's line form, separated by kRecordEnd
+//             Marks, changes, types and attrs are positions in `strings`.
 //   strings   the texts that nodes share, each once
 //   pictures  source and converted SVG, and whether they show the whole graph
 // The data is built in two parts, so that the costly one can run while the command line writes
@@ -49,7 +53,7 @@ struct RunFacts {
 
 // Everything but the summary. `converted` is empty when the conversion failed; `checkReport` is
 // the operator support report the run wrote, as read back from its file, or null. The views
-// are consumed: their strings move into the data rather than being copied.
+// are taken, so that they are freed wherever the body is built.
 nlohmann::json BuildReportBody(GraphView source, std::optional<GraphView> converted,
                                const nlohmann::json& checkReport, const PictureLimits& limits = {});
 
