@@ -23,6 +23,7 @@ using tesu::cli::report::BuildReportBody;
 using tesu::cli::report::GraphView;
 using tesu::cli::report::PictureLimits;
 using tesu::cli::report::RunFacts;
+using tesu::cli::report::SourceViewOf;
 using tesu::cli::report::ViewOf;
 
 // Positions in a node entry of the data.
@@ -83,7 +84,7 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
   std::optional<GraphView> after;
   if (converted) after = ViewOf(*Converted().LoadGraph());
   json data =
-      BuildReportBody(ViewOf(Source().Def().graph(0)), std::move(after), checkReport, limits);
+      BuildReportBody(SourceViewOf(Source().Bytes()), std::move(after), checkReport, limits);
   AddSummary(data, run);
   // The nodes' columns as one [name, mark, before, after, changes] entry per node.
   const json& strings = data["strings"];
@@ -284,6 +285,46 @@ TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
     ++rows;
   }
   EXPECT_GT(rows, 30u);
+}
+
+}  // namespace
+
+namespace {
+
+// The source graph is read from the model's bytes and the converted graph from the compute
+// graph; a node that conversion left alone must read the same both ways, or every node would
+// show as changed.
+TEST(GraphViewTest, ModelBytesAndComputeGraphReadAlike) {
+  ModelBuilder model;
+  model.Data("in");
+  model.ConstInt64("big", std::vector<int64_t>(40, 7), {40});
+  model.Op("op", "Custom")
+      .Input("in")
+      .Input("big")
+      .Control("in")
+      .Output()
+      .Attr("s", "line\nbreak")
+      .Attr("i", int64_t{-3})
+      .Attr("f", 0.1f)
+      .Attr("b", true)
+      .Attr("li", std::vector<int64_t>(20, 1))
+      .Attr("lf", std::vector<float>{1.5f, -2})
+      .Attr("ls", std::vector<std::string>{"a", "b"})
+      .EmptyListAttr("empty");
+  const GraphView fromBytes = SourceViewOf(model.Bytes());
+  const GraphView fromGraph = ViewOf(*model.LoadGraph());
+  ASSERT_EQ(fromBytes.nodes.size(), 3u);
+  ASSERT_EQ(fromGraph.nodes.size(), 3u);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(fromBytes.nodes[i].attrs, fromGraph.nodes[i].attrs) << fromBytes.nodes[i].name;
+    EXPECT_EQ(fromBytes.nodes[i].inputs, fromGraph.nodes[i].inputs) << fromBytes.nodes[i].name;
+  }
+  EXPECT_EQ(fromBytes.nodes[2].attrs,
+            "b\ttrue\nempty\t[]\nf\t0.1\ni\t-3\nlf\t[1.5, -2]\n"
+            "li\t[1, 1, 1, 1, 1, 1, 1, 1, ... (20 values)]\nls\t[\"a\", \"b\"]\n"
+            "s\t\"line\\nbreak\"\n");
+  EXPECT_EQ(fromBytes.nodes[2].inputs, "in:0\nbig:0\nin:-1\n");
+  EXPECT_TRUE(SourceViewOf("not a model").nodes.empty());
 }
 
 }  // namespace

@@ -201,15 +201,22 @@ std::vector<NodeComparison> CompareGraphs(const GraphView& source, const GraphVi
   for (const ViewNode& node : source.nodes) rows.push_back({&node, nullptr, {}});
   if (converted == nullptr) return rows;
 
-  // Row i is source node i, so the source's index finds rows by name.
-  const auto& rowOf = source.index;
+  // The row of each converted node, by its position; kNone for nodes the source lacks.
+  constexpr size_t kNone = ~size_t{0};
+  std::vector<size_t> rowOf(converted->nodes.size(), kNone);
+  auto positionOf = [converted](const ViewNode* node) {
+    return static_cast<size_t>(node - converted->nodes.data());
+  };
   ConsumerMap gone;
   AttrComparer attrs;
-  for (NodeComparison& row : rows) {
+  for (size_t i = 0; i < rows.size(); ++i) {
+    NodeComparison& row = rows[i];
     row.after = converted->Find(row.before->name);
-    if (row.after != nullptr) {
+    if (row.after != nullptr && rowOf[positionOf(row.after)] == kNone) {
+      rowOf[positionOf(row.after)] = i;
       DescribeKept(*row.before, *row.after, attrs, row.changes);
     } else {
+      row.after = nullptr;  // a second source node of that name matches nothing
       gone.emplace(row.before->name, std::vector<std::string_view>());
     }
   }
@@ -228,17 +235,18 @@ std::vector<NodeComparison> CompareGraphs(const GraphView& source, const GraphVi
     } else if (into != nullptr) {
       row.changes.push_back(
           {change::kFused, "fused into " + Str(producer) + " (" + into->type + ")"});
-      const auto target = rowOf.find(producer);
-      if (target != rowOf.end()) {
-        rows[target->second].changes.push_back(
+      const size_t target = rowOf[positionOf(into)];
+      if (target != kNone) {
+        rows[target].changes.push_back(
             {change::kFused, "absorbed " + node.name + " (" + node.type + ")"});
       }
     } else {
       row.changes.push_back({change::kRemoved, "removed" + feeds});
     }
   }
-  for (const ViewNode& node : converted->nodes) {
-    if (rowOf.count(node.name) != 0) continue;
+  for (size_t i = 0; i < rowOf.size(); ++i) {
+    if (rowOf[i] != kNone) continue;
+    const ViewNode& node = converted->nodes[i];
     rows.push_back({nullptr, &node, {{change::kAdded, "new " + node.type + " node"}}});
   }
   return rows;

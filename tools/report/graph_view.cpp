@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <charconv>
 
-#include <google/protobuf/arena.h>
+#include <climits>
+#include <type_traits>
+#include <utility>
 
-#include "graph/proto/model.pb.h"
 #include "graph/types.h"
+#include "wire_reader.h"
 
 namespace tesu {
 namespace cli {
@@ -66,31 +68,6 @@ void AppendTensor(std::string& out, int32_t dataType, const Dims& dims) {
   const char* name = tov::DataTypeName(dataType);
   out += *name != '\0' ? name : "?";
   AppendList(out, dims);
-}
-
-void AppendValue(std::string& out, const tesu::proto::AttrDef& attr) {
-  using Attr = tesu::proto::AttrDef;
-  switch (attr.value_case()) {
-    case Attr::kS:
-      return Append(out, attr.s());
-    case Attr::kI:
-      return Append(out, static_cast<int64_t>(attr.i()));
-    case Attr::kF:
-      return Append(out, attr.f());
-    case Attr::kB:
-      return Append(out, attr.b());
-    case Attr::kList: {
-      const tesu::proto::ListValue& list = attr.list();
-      if (list.i_size() > 0) return AppendList(out, list.i());
-      if (list.f_size() > 0) return AppendList(out, list.f());
-      if (list.b_size() > 0) return AppendList(out, list.b());
-      return AppendList(out, list.s());
-    }
-    case Attr::kT:
-      return AppendTensor(out, attr.t().desc().dtype(), attr.t().desc().shape());
-    case Attr::VALUE_NOT_SET:
-      break;
-  }
 }
 
 void AppendValue(std::string& out, const tov::AttrValue& value) {
@@ -162,37 +139,233 @@ bool IsControlInput(std::string_view input) {
          input.substr(input.size() - kControl.size()) == kControl;
 }
 
-GraphView ViewOf(const tesu::proto::GraphDef& graph) {
-  GraphView view;
-  view.nodes.reserve(static_cast<size_t>(graph.op_size()));
-  std::vector<const google::protobuf::MapPair<std::string, tesu::proto::AttrDef>*> attrs;
-  for (const tesu::proto::OpDef& op : graph.op()) {
-    ViewNode node{op.name(), op.type(), {}, {}};
-    // The message's map has no order; the view's attributes are sorted by name.
-    attrs.clear();
-    for (const auto& entry : op.attr()) attrs.push_back(&entry);
-    std::sort(attrs.begin(), attrs.end(),
-              [](const auto* a, const auto* b) { return a->first < b->first; });
-    for (const auto* entry : attrs) AppendAttr(node.attrs, entry->first, entry->second);
-    for (const std::string& input : op.input()) {
-      // The file may leave out ":0"; the view always writes the index, as the compute graph
-      // does, so that inputs compare equal.
-      node.inputs += input;
-      if (!input.empty() && input.find(':') == std::string::npos) node.inputs += ":0";
-      node.inputs += kEntryEnd;
-    }
-    view.nodes.push_back(std::move(node));
-  }
-  view.IndexNames();
-  return view;
+namespace {
+
+using wire::CodedInputStream;
+using wire::ForEachField;
+using wire::ForEachTag;
+using wire::InMessage;
+using wire::IsLengthDelimited;
+using wire::WireFormatLite;
+
+// Field numbers of the model format (host/graph/proto/model.proto).
+constexpr int kModelGraph = 2;
+constexpr int kGraphOp = 2;
+constexpr int kOpName = 1;
+constexpr int kOpType = 2;
+constexpr int kOpInput = 3;
+constexpr int kOpAttr = 4;
+constexpr int kMapKey = 1;
+constexpr int kMapValue = 2;
+constexpr int kAttrString = 1;
+constexpr int kAttrInt = 2;
+constexpr int kAttrFloat = 3;
+constexpr int kAttrBool = 4;
+constexpr int kAttrList = 5;
+constexpr int kAttrTensor = 6;
+constexpr int kTensorDesc = 1;
+constexpr int kDescType = 1;
+constexpr int kDescShape = 3;
+
+// Storage reused from attribute to attribute while a model is read.
+struct Scratch {
+  std::vector<std::string> strings;
+  std::vector<int64_t> ints;
+  std::vector<float> floats;
+  std::vector<bool> bools;
+  std::vector<std::pair<std::string, std::string>> attrs;  // name, rendered value
+};
+
+bool ReadInt(CodedInputStream& in, int64_t& value) {
+  uint64_t raw = 0;
+  if (!in.ReadVarint64(&raw)) return false;
+  value = static_cast<int64_t>(raw);
+  return true;
 }
 
+bool ReadFloat(CodedInputStream& in, float& value) {
+  uint32_t raw = 0;
+  if (!in.ReadLittleEndian32(&raw)) return false;
+  value = WireFormatLite::DecodeFloat(raw);
+  return true;
+}
+
+// One value of a repeated scalar field, or all of them when the field is packed.
+template <typename T, typename ReadOne>
+bool ReadRepeated(CodedInputStream& in, uint32_t tag, std::vector<T>& out, ReadOne readOne) {
+  auto one = [&] {
+    typename std::conditional<std::is_same<T, bool>::value, int64_t, T>::type value{};
+    if (!readOne(in, value)) return false;
+    out.push_back(static_cast<T>(value));
+    return true;
+  };
+  if (!IsLengthDelimited(tag)) return one();
+  return InMessage(in, [&] {
+    while (in.BytesUntilLimit() > 0) {
+      if (!one()) return false;
+    }
+    return true;
+  });
+}
+
+// A ListValue, rendered as the view renders lists: its integers, else floats, else booleans,
+// else strings.
+bool ReadList(CodedInputStream& in, Scratch& scratch, std::string& text) {
+  scratch.strings.clear();
+  scratch.ints.clear();
+  scratch.floats.clear();
+  scratch.bools.clear();
+  const bool ok = ForEachTag(in, [&](uint32_t tag) {
+    switch (WireFormatLite::GetTagFieldNumber(tag)) {
+      case 1:
+        scratch.strings.emplace_back();
+        return WireFormatLite::ReadString(&in, &scratch.strings.back());
+      case 2:
+        return ReadRepeated(in, tag, scratch.ints, ReadInt);
+      case 3:
+        return ReadRepeated(in, tag, scratch.floats, ReadFloat);
+      case 4:
+        return ReadRepeated(in, tag, scratch.bools, ReadInt);
+      default:
+        return false;
+    }
+  });
+  if (!scratch.ints.empty()) {
+    AppendList(text, scratch.ints);
+  } else if (!scratch.floats.empty()) {
+    AppendList(text, scratch.floats);
+  } else if (!scratch.bools.empty()) {
+    AppendList(text, scratch.bools);
+  } else {
+    AppendList(text, scratch.strings);
+  }
+  return ok;
+}
+
+// A TensorDef, rendered as its data type and shape; its data is skipped, never copied.
+bool ReadTensor(CodedInputStream& in, Scratch& scratch, std::string& text) {
+  int64_t dataType = 0;
+  scratch.ints.clear();
+  const bool ok = ForEachTag(in, [&](uint32_t tag) {
+    if (WireFormatLite::GetTagFieldNumber(tag) != kTensorDesc || !IsLengthDelimited(tag)) {
+      return false;
+    }
+    return InMessage(in, [&] {
+      return ForEachTag(in, [&](uint32_t descTag) {
+        const int number = WireFormatLite::GetTagFieldNumber(descTag);
+        if (number == kDescType && !IsLengthDelimited(descTag)) return ReadInt(in, dataType);
+        if (number == kDescShape) return ReadRepeated(in, descTag, scratch.ints, ReadInt);
+        return false;
+      });
+    });
+  });
+  AppendTensor(text, static_cast<int32_t>(dataType), scratch.ints);
+  return ok;
+}
+
+// An AttrDef; like the message, the last value field read is the value.
+bool ReadAttrValue(CodedInputStream& in, Scratch& scratch, std::string& text) {
+  return ForEachTag(in, [&](uint32_t tag) {
+    const int number = WireFormatLite::GetTagFieldNumber(tag);
+    const bool delimited = IsLengthDelimited(tag);
+    int64_t integer = 0;
+    float real = 0;
+    std::string value;
+    if (number == kAttrString && delimited) {
+      if (!WireFormatLite::ReadString(&in, &value)) return false;
+      text.clear();
+      Append(text, value);
+    } else if ((number == kAttrInt || number == kAttrBool) && !delimited) {
+      if (!ReadInt(in, integer)) return false;
+      text.clear();
+      if (number == kAttrInt) {
+        Append(text, integer);
+      } else {
+        Append(text, integer != 0);
+      }
+    } else if (number == kAttrFloat && !delimited) {
+      if (!ReadFloat(in, real)) return false;
+      text.clear();
+      Append(text, real);
+    } else if ((number == kAttrList || number == kAttrTensor) && delimited) {
+      text.clear();
+      return InMessage(in, [&] {
+        return number == kAttrList ? ReadList(in, scratch, text) : ReadTensor(in, scratch, text);
+      });
+    } else {
+      return false;
+    }
+    return true;
+  });
+}
+
+bool ReadOp(CodedInputStream& in, Scratch& scratch, ViewNode& node) {
+  scratch.attrs.clear();
+  const bool ok = ForEachField(in, [&](int number) {
+    switch (number) {
+      case kOpName:
+        return WireFormatLite::ReadString(&in, &node.name);
+      case kOpType:
+        return WireFormatLite::ReadString(&in, &node.type);
+      case kOpInput: {
+        std::string input;
+        if (!WireFormatLite::ReadString(&in, &input)) return false;
+        // The file may leave out ":0"; the view always writes the index, as the compute graph
+        // does, so that inputs compare equal.
+        node.inputs += input;
+        if (!input.empty() && input.find(':') == std::string::npos) node.inputs += ":0";
+        node.inputs += kEntryEnd;
+        return true;
+      }
+      case kOpAttr: {
+        scratch.attrs.emplace_back();
+        auto& [name, text] = scratch.attrs.back();
+        return InMessage(in, [&] {
+          return ForEachField(in, [&](int entryField) {
+            if (entryField == kMapKey) return WireFormatLite::ReadString(&in, &name);
+            if (entryField != kMapValue) return false;
+            return InMessage(in, [&] { return ReadAttrValue(in, scratch, text); });
+          });
+        });
+      }
+      default:
+        return false;
+    }
+  });
+  // A map has no order on the wire; the view's attributes are sorted by name.
+  std::sort(scratch.attrs.begin(), scratch.attrs.end());
+  for (const auto& [name, text] : scratch.attrs) {
+    node.attrs += name;
+    node.attrs += kNameEnd;
+    node.attrs += text;
+    node.attrs += kEntryEnd;
+  }
+  return ok;
+}
+
+}  // namespace
+
 GraphView SourceViewOf(const std::string& serialisedModel) {
-  // On an arena: the message is thousands of small objects, released at once.
-  google::protobuf::Arena arena;
-  auto* model = google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
-  if (!model->ParseFromString(serialisedModel) || model->graph_size() == 0) return GraphView();
-  return ViewOf(model->graph(0));
+  GraphView view;
+  if (serialisedModel.size() > static_cast<size_t>(INT_MAX)) return view;
+  CodedInputStream in(reinterpret_cast<const uint8_t*>(serialisedModel.data()),
+                      static_cast<int>(serialisedModel.size()));
+  Scratch scratch;
+  bool sawGraph = false;
+  const bool ok = ForEachField(in, [&](int number) {
+    if (number != kModelGraph || sawGraph) return false;
+    sawGraph = true;  // the first graph is the model's graph
+    return InMessage(in, [&] {
+      return ForEachField(in, [&](int graphField) {
+        if (graphField != kGraphOp) return false;
+        view.nodes.emplace_back();
+        return InMessage(in, [&] { return ReadOp(in, scratch, view.nodes.back()); });
+      });
+    });
+  });
+  // Bytes that are not a model show no graph; the parser says what is wrong with them.
+  if (!ok) view.nodes.clear();
+  return view;
 }
 
 GraphView ViewOf(const tov::ComputeGraph& graph) {

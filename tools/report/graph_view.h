@@ -14,12 +14,6 @@
 #include "graph/compute_graph.h"
 
 namespace tesu {
-namespace proto {
-class GraphDef;
-}
-}  // namespace tesu
-
-namespace tesu {
 namespace cli {
 namespace report {
 
@@ -73,11 +67,11 @@ void ForEachEntry(std::string_view lines, Entry entry) {
 std::string_view ProducerOf(std::string_view input);
 bool IsControlInput(std::string_view input);
 
-// The first graph of a model message as a view.
-GraphView ViewOf(const tesu::proto::GraphDef& graph);
-// The first graph of serialised ModelDef bytes; empty when they do not parse or hold no graph.
+// The first graph of serialised ModelDef bytes, without an index; empty when they do not parse
+// or hold no graph. Read field by field from the bytes: the message is never built, so tensor
+// data is neither parsed nor copied.
 GraphView SourceViewOf(const std::string& serialisedModel);
-// A compute graph as a view, inputs written the way the model file writes them.
+// A compute graph as a view, indexed, inputs written the way the model file writes them.
 GraphView ViewOf(const tov::ComputeGraph& graph);
 
 }  // namespace report
