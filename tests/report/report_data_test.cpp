@@ -14,6 +14,12 @@
 #include "model_builder.h"
 #include "report_data.h"
 
+// Graphviz lays out text through fontconfig, which keeps its font caches for the life of the
+// process; under LeakSanitizer those show as leaks of fontconfig's, not of the report's.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig.so\n";
+}
+
 namespace {
 
 using nlohmann::json;

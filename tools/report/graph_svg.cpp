@@ -4,6 +4,7 @@
 #include <graphviz/gvc.h>
 
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <unordered_map>
 
@@ -46,12 +47,19 @@ Style StyleOf(Mark mark, const std::string& type) {
   return {"", type == "Const" ? "#eeeeee" : "#ffffff", "#555555"};
 }
 
-struct Context {
-  GVC_t* gvc = gvContext();
-  ~Context() {
-    if (gvc != nullptr) gvFreeContext(gvc);
-  }
-};
+// One Graphviz context for the whole process, never freed: Graphviz's text layout keeps
+// pointers into a context's font table from one call to the next, so a second context would
+// meet names the first one freed. Graphviz is not thread-safe either, hence one lock for every
+// use.
+GVC_t* SharedContext() {
+  static GVC_t* const gvc = gvContext();
+  return gvc;
+}
+
+std::mutex& GraphvizLock() {
+  static std::mutex lock;
+  return lock;
+}
 
 struct Graph {
   Agraph_t* g;
@@ -64,8 +72,9 @@ struct Graph {
 }  // namespace
 
 bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::string& error) {
-  Context context;
-  if (context.gvc == nullptr) {
+  const std::lock_guard<std::mutex> lock(GraphvizLock());
+  GVC_t* gvc = SharedContext();
+  if (gvc == nullptr) {
     error = "Graphviz could not start";
     return false;
   }
@@ -108,16 +117,16 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
     });
   }
 
-  if (gvLayout(context.gvc, g, "dot") != 0) {
+  if (gvLayout(gvc, g, "dot") != 0) {
     error = "Graphviz could not lay out the graph";
     return false;
   }
   char* data = nullptr;
   unsigned int length = 0;
-  const int rendered = gvRenderData(context.gvc, g, "svg", &data, &length);
+  const int rendered = gvRenderData(gvc, g, "svg", &data, &length);
   if (rendered == 0 && data != nullptr) svg.assign(data, length);
   if (data != nullptr) gvFreeRenderData(data);
-  gvFreeLayout(context.gvc, g);
+  gvFreeLayout(gvc, g);
   if (rendered != 0) {
     error = "Graphviz could not render SVG";
     return false;
