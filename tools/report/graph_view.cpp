@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "graph/proto/model.pb.h"
 #include "graph/types.h"
 #include "wire_reader.h"
 
@@ -148,24 +149,20 @@ using wire::InMessage;
 using wire::IsLengthDelimited;
 using wire::WireFormatLite;
 
-// Field numbers of the model format (host/graph/proto/model.proto).
-constexpr int kModelGraph = 2;
-constexpr int kGraphOp = 2;
-constexpr int kOpName = 1;
-constexpr int kOpType = 2;
-constexpr int kOpInput = 3;
-constexpr int kOpAttr = 4;
+// Field numbers of the model format, as the generated messages name them.
+using tesu::proto::AttrDef;
+using tesu::proto::ListValue;
+using tesu::proto::TensorDef;
+using tesu::proto::TensorDescriptor;
+constexpr int kModelGraph = tesu::proto::ModelDef::kGraphFieldNumber;
+constexpr int kGraphOp = tesu::proto::GraphDef::kOpFieldNumber;
+constexpr int kOpName = tesu::proto::OpDef::kNameFieldNumber;
+constexpr int kOpType = tesu::proto::OpDef::kTypeFieldNumber;
+constexpr int kOpInput = tesu::proto::OpDef::kInputFieldNumber;
+constexpr int kOpAttr = tesu::proto::OpDef::kAttrFieldNumber;
+// A map entry on the wire is a message of the key, field 1, and the value, field 2.
 constexpr int kMapKey = 1;
 constexpr int kMapValue = 2;
-constexpr int kAttrString = 1;
-constexpr int kAttrInt = 2;
-constexpr int kAttrFloat = 3;
-constexpr int kAttrBool = 4;
-constexpr int kAttrList = 5;
-constexpr int kAttrTensor = 6;
-constexpr int kTensorDesc = 1;
-constexpr int kDescType = 1;
-constexpr int kDescShape = 3;
 
 // Storage reused from attribute to attribute while a model is read.
 struct Scratch {
@@ -217,14 +214,14 @@ bool ReadList(CodedInputStream& in, Scratch& scratch, std::string& text) {
   scratch.bools.clear();
   const bool ok = ForEachTag(in, [&](uint32_t tag) {
     switch (WireFormatLite::GetTagFieldNumber(tag)) {
-      case 1:
+      case ListValue::kSFieldNumber:
         scratch.strings.emplace_back();
         return WireFormatLite::ReadString(&in, &scratch.strings.back());
-      case 2:
+      case ListValue::kIFieldNumber:
         return ReadRepeated(in, tag, scratch.ints, ReadInt);
-      case 3:
+      case ListValue::kFFieldNumber:
         return ReadRepeated(in, tag, scratch.floats, ReadFloat);
-      case 4:
+      case ListValue::kBFieldNumber:
         return ReadRepeated(in, tag, scratch.bools, ReadInt);
       default:
         return false;
@@ -247,14 +244,19 @@ bool ReadTensor(CodedInputStream& in, Scratch& scratch, std::string& text) {
   int64_t dataType = 0;
   scratch.ints.clear();
   const bool ok = ForEachTag(in, [&](uint32_t tag) {
-    if (WireFormatLite::GetTagFieldNumber(tag) != kTensorDesc || !IsLengthDelimited(tag)) {
+    if (WireFormatLite::GetTagFieldNumber(tag) != TensorDef::kDescFieldNumber ||
+        !IsLengthDelimited(tag)) {
       return false;
     }
     return InMessage(in, [&] {
       return ForEachTag(in, [&](uint32_t descTag) {
         const int number = WireFormatLite::GetTagFieldNumber(descTag);
-        if (number == kDescType && !IsLengthDelimited(descTag)) return ReadInt(in, dataType);
-        if (number == kDescShape) return ReadRepeated(in, descTag, scratch.ints, ReadInt);
+        if (number == TensorDescriptor::kDtypeFieldNumber && !IsLengthDelimited(descTag)) {
+          return ReadInt(in, dataType);
+        }
+        if (number == TensorDescriptor::kShapeFieldNumber) {
+          return ReadRepeated(in, descTag, scratch.ints, ReadInt);
+        }
         return false;
       });
     });
@@ -271,26 +273,29 @@ bool ReadAttrValue(CodedInputStream& in, Scratch& scratch, std::string& text) {
     int64_t integer = 0;
     float real = 0;
     std::string value;
-    if (number == kAttrString && delimited) {
+    if (number == AttrDef::kSFieldNumber && delimited) {
       if (!WireFormatLite::ReadString(&in, &value)) return false;
       text.clear();
       Append(text, value);
-    } else if ((number == kAttrInt || number == kAttrBool) && !delimited) {
+    } else if ((number == AttrDef::kIFieldNumber || number == AttrDef::kBFieldNumber) &&
+               !delimited) {
       if (!ReadInt(in, integer)) return false;
       text.clear();
-      if (number == kAttrInt) {
+      if (number == AttrDef::kIFieldNumber) {
         Append(text, integer);
       } else {
         Append(text, integer != 0);
       }
-    } else if (number == kAttrFloat && !delimited) {
+    } else if (number == AttrDef::kFFieldNumber && !delimited) {
       if (!ReadFloat(in, real)) return false;
       text.clear();
       Append(text, real);
-    } else if ((number == kAttrList || number == kAttrTensor) && delimited) {
+    } else if ((number == AttrDef::kListFieldNumber || number == AttrDef::kTFieldNumber) &&
+               delimited) {
       text.clear();
       return InMessage(in, [&] {
-        return number == kAttrList ? ReadList(in, scratch, text) : ReadTensor(in, scratch, text);
+        return number == AttrDef::kListFieldNumber ? ReadList(in, scratch, text)
+                                                   : ReadTensor(in, scratch, text);
       });
     } else {
       return false;
