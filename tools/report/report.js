@@ -360,9 +360,9 @@
     if (pictures.error) {
       note.textContent = "The graph could not be drawn: " + pictures.error + ".";
     } else if (pictures.whole) {
-      note.textContent = "The whole graph (" + pictures.nodes + " nodes). Click a node for its details.";
+      note.textContent = "Both graphs whole (" + pictures.nodes + " nodes between them). Click a node for its details.";
     } else {
-      note.textContent = "The graph has " + pictures.nodes + " nodes, too many to draw whole: shown are the " +
+      note.textContent = "The graphs have " + pictures.nodes + " nodes between them, too many to draw whole: shown are the " +
         pictures.drawn + " nodes around the unsupported and changed ones (one hop of their producers and consumers). Click a node for its details.";
     }
     for (const [id, svg, empty] of [["graph-source", pictures.source, "Nothing to draw."],
