@@ -1,4 +1,4 @@
-// A plain view of a graph, the same for the source model message and for the converted compute
+// A plain view of a graph, the same for the source model's bytes and for the converted compute
 // graph, so that the report compares, lists and draws both with one piece of code. A view of a
 // 100k-node graph is built in a few tens of milliseconds: each node's attributes and inputs are
 // kept as one string rather than as many small ones.
@@ -27,7 +27,7 @@ struct ViewNode {
   std::string name;
   std::string type;
   // One line per attribute, sorted by name: "name\tvalue\n". The value is a short rendering:
-  // numbers, quoted strings (control characters escaped), lists of up to 16 values, tensors as
+  // numbers, quoted strings (newlines and tabs escaped), lists of up to 16 values, tensors as
   // data type and shape.
   std::string attrs;
   // One line per input in the model file's form: "producer:k\n" for a data input, "\n" for an
@@ -36,8 +36,10 @@ struct ViewNode {
 };
 
 struct GraphView {
-  std::vector<ViewNode> nodes;                         // in graph order
-  std::unordered_map<std::string_view, size_t> index;  // node name to position (first namesake)
+  std::vector<ViewNode> nodes;  // in graph order
+  // Node name to position (first namesake). Only views that are looked up by name (the
+  // converted graph's) have one: indexing 100k names is not free.
+  std::unordered_map<std::string_view, size_t> index;
 
   GraphView() = default;
   // The index refers to the nodes' names, so a view moves but does not copy.
