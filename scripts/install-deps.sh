@@ -7,6 +7,9 @@ packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3
           python3-dev pybind11-dev python3-numpy python3-pytest)
 # CPack's .deb: dependencies are read from the binaries with file and dpkg-shlibdeps.
 packages+=(file dpkg-dev)
+# The --report page: Graphviz's library for its graph pictures, and headless Chromium with
+# Selenium for the browser tests.
+packages+=(pkg-config libgraphviz-dev chromium chromium-driver python3 python3-selenium)
 if [[ ${1:-} == --fuzz ]]; then packages+=(clang libclang-rt-14-dev); fi
 missing=()
 for package in "${packages[@]}"; do

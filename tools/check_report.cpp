@@ -24,10 +24,15 @@ bool CheckReportWatch::Written() const {
   return !existed_ || info.st_ino != inode_;
 }
 
-std::string UnsupportedTypesOf(const std::string& reportFile) {
+nlohmann::json ReadCheckReport(const std::string& reportFile) {
   std::ifstream in(reportFile);
-  const nlohmann::json report = nlohmann::json::parse(in, nullptr, false);
-  if (report.is_discarded() || !report.is_object()) return std::string();
+  nlohmann::json report = nlohmann::json::parse(in, nullptr, false);
+  return report.is_object() ? report : nlohmann::json();
+}
+
+std::string UnsupportedTypesOf(const std::string& reportFile) {
+  const nlohmann::json report = ReadCheckReport(reportFile);
+  if (!report.is_object()) return std::string();
   const auto types = report.find("unsupported_types");
   if (types == report.end() || !types->is_array()) return std::string();
   std::string text;

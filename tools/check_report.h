@@ -5,6 +5,8 @@
 #include <sys/types.h>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 namespace tesu {
 namespace cli {
 
@@ -22,6 +24,9 @@ class CheckReportWatch {
   bool existed_ = false;
   ino_t inode_ = 0;
 };
+
+// The report as written; null when the file cannot be read or is not a JSON object.
+nlohmann::json ReadCheckReport(const std::string& reportFile);
 
 // "Foo (2), Bar (1)": the unsupported operator types the report lists, in its order; empty when
 // it lists none or cannot be read.

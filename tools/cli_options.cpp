@@ -269,6 +269,7 @@ constexpr const char* kExamples = R"(Examples:
       --input_type "data:FLOAT16" --out_nodes "conv1:0" --output_format 3
   tesu-convert --model net.pb --output out.pb --check_report reports/ --save_check_report
   tesu-convert --model net.pb --output out.pb --dot out.dot --dot-source in.dot --profile
+  tesu-convert --model net.pb --output out.pb --report net.report.html
   tesu-convert --to-json --model net.pb --json net.json
   tesu-convert --list-frameworks --plugin-dir build/bin/plugins
 Plug-ins are loaded from --plugin-dir, else $TESU_PLUGIN_DIR, else <executable dir>/plugins,
@@ -293,6 +294,10 @@ void AddFlags(CLI::App& app, CliOptions& options, std::vector<ValueFlag>& valueF
   app.add_option("--dot-source", options.dotSourceFile,
                  "Write the source graph, before conversion, as Graphviz DOT. "
                  "Example: --dot-source net.source.dot")
+      ->type_name("FILE");
+  app.add_option("--report", options.reportFile,
+                 "Write a conversion report, one self-contained HTML page, also when the "
+                 "conversion fails. Example: --report net.report.html")
       ->type_name("FILE");
   app.add_flag("--profile", options.profile,
                "Print the time spent reading, in each parser step and writing each file. "
@@ -337,6 +342,7 @@ std::string CheckCombination(const CliOptions& options) {
       !(options.outputFile.empty() && options.dotFile.empty() && options.dotSourceFile.empty())) {
     return "--output, --dot and --dot-source cannot be combined with --to-json";
   }
+  if (options.toJson && !options.reportFile.empty()) return "--report needs a conversion";
   return std::string();
 }
 

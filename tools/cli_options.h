@@ -27,6 +27,7 @@ struct CliOptions {
   std::string jsonFile;       // converted model as JSON, or the --to-json target
   std::string dotFile;        // converted graph as Graphviz DOT
   std::string dotSourceFile;  // source graph as Graphviz DOT
+  std::string reportFile;     // conversion report, HTML
   bool profile = false;
   std::string pluginDir;  // empty: $TESU_PLUGIN_DIR, then beside the executable
   int32_t framework = FRAMEWORK_ORVANE;

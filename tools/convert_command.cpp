@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "check_report.h"
+#include "conversion_report.h"
 #include "exit_status.h"
 #include "framework/plugin_loader.h"
 #include "framework/profiler.h"
+#include "framework/proto_io.h"
 #include "framework/version.h"
 #include "graph/base_buffer.h"
 #include "graph/dot_writer.h"
@@ -64,7 +66,10 @@ std::shared_ptr<ModelParser> ObtainParser(const CliOptions& options, std::ostrea
 
 // An output must never replace the model being read.
 bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
-  for (const OutputFile& output : PlannedOutputs(options)) {
+  std::vector<OutputFile> outputs = PlannedOutputs(options);
+  if (!options.reportFile.empty())
+    outputs.push_back({"report", "--report", options.reportFile, {}});
+  for (const OutputFile& output : outputs) {
     std::error_code ec;
     if (std::filesystem::equivalent(options.modelFile, output.path, ec) && !ec) {
       err << kProgram << output.flag << " " << output.path << " would overwrite the input model\n";
@@ -166,8 +171,75 @@ std::string SourcePicture(const CliOptions& options, const std::string& bytes) {
   return graph == nullptr ? std::string() : tov::ToDot(*graph);
 }
 
+// What a status means, for the report's reader.
+std::string OutcomeOf(Status status) {
+  std::string meaning;
+  if (status == FAILED) {
+    meaning = "the parser refused the model";
+  } else if (status == 3) {
+    meaning = "a converter refused a node's weights or inputs";
+  } else if (status >= 10 && status <= 13) {
+    meaning = "the graph library refused the model";
+  } else if (status == FILE_WRITE_FAILED) {
+    meaning = "a file could not be written";
+  }
+  return "status " + std::to_string(status) + (meaning.empty() ? "" : ": " + meaning);
+}
+
+// The run as the report shows it; the graphs come separately.
+struct ReportRun {
+  Status status;
+  int exitCode;
+  std::string outcome;
+  const OpCounts& before;
+  const OpCounts* after;  // null when the conversion failed
+};
+
+// Writes --report, when asked for, with the steps timed so far. Prints why it failed.
+bool WriteReport(const CliOptions& options, const ReportRun& run, report::ConversionReport& page,
+                 std::vector<Profiler::Step>& steps, std::ostream& err) {
+  if (!page.Wanted()) return true;
+  page.Wait();
+  const std::vector<Profiler::Step> earlier = Profiler::Take();
+  steps.insert(steps.end(), earlier.begin(), earlier.end());
+  report::RunFacts facts;
+  facts.modelFile = options.modelFile;
+  std::error_code ec;
+  facts.modelSize = std::filesystem::file_size(options.modelFile, ec);
+  facts.framework = options.framework;
+  facts.frameworkName =
+      ModelParserFactory::Instance()->FrameworkName(static_cast<FrameworkType>(options.framework));
+  facts.status = run.status;
+  facts.exitCode = run.exitCode;
+  facts.outcome = run.outcome;
+  facts.opsBefore = run.before;
+  if (run.after != nullptr) facts.opsAfter = *run.after;
+  facts.steps = steps;
+  const Status status = page.Write(facts);
+  if (status != SUCCESS) {
+    err << kProgram << "cannot write report " << page.Path() << ": status " << status << "\n";
+  }
+  return status == SUCCESS;
+}
+
+// The check report this run wrote, for the HTML report; null when it wrote none.
+nlohmann::json CheckReportOf(const CheckReportWatch& checks) {
+  return checks.Written() ? ReadCheckReport(checks.File()) : nlohmann::json();
+}
+
+// The steps of the whole run: those the report took, then any timed since.
+void PrintSteps(const CliOptions& options, std::vector<Profiler::Step>& steps, std::ostream& out) {
+  if (!options.profile) return;
+  const std::vector<Profiler::Step> later = Profiler::Take();
+  steps.insert(steps.end(), later.begin(), later.end());
+  PrintProfile(steps, out);
+}
+
 int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   if (WouldOverwriteInput(options, err)) return kUsageError;
+  // The report shows the same timed steps as --profile.
+  if (!options.reportFile.empty()) Profiler::Enable(true);
+  std::vector<Profiler::Step> steps;
   std::string bytes;
   std::string error;
   {
@@ -177,39 +249,63 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
       return kFailure;
     }
   }
-  std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
-  if (parser == nullptr) return kFailure;
-
   Summary summary{options.modelFile, {}, {}, {}};
   std::string modelName;
   {
     ProfileScope step("count source operators");
     SummarizeModel(bytes, modelName, summary.before);
   }
+  // The parser and the report's reading of the source graph share the bytes; both only read.
+  report::ConversionReport page(options.reportFile);
+  page.ReadSource(bytes);
+  const CheckReportWatch report(options.parser.checkReportPath);
+  std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
+  if (parser == nullptr) {
+    const ReportRun run{FAILED, kFailure,
+                        "no parser for framework " + std::to_string(options.framework),
+                        summary.before, nullptr};
+    WriteReport(options, run, page, steps, err);
+    return kFailure;
+  }
   const std::string sourceDot = SourcePicture(options, bytes);
 
   ParserOptions parserOptions = options.parser;
   std::vector<tov::BaseBuffer> buffers{
       tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
-  const CheckReportWatch report(parserOptions.checkReportPath);
   tov::Graph graph;
   const Status status = parser->ParseFromMemory(parserOptions, buffers, graph);
+  page.SourceRead();
   std::string().swap(bytes);  // the graph holds everything now; give the memory back
   const auto computeGraph = tov::GraphUtils::GetComputeGraph(graph);
   if (status != SUCCESS || computeGraph == nullptr) {
-    ReportParseFailure(options, status != SUCCESS ? status : FAILED, report, err);
-    return ExitCodeFor(status != SUCCESS ? status : FAILED);
+    const Status failure = status != SUCCESS ? status : FAILED;
+    ReportParseFailure(options, failure, report, err);
+    const ReportRun run{failure, ExitCodeFor(failure), OutcomeOf(failure), summary.before, nullptr};
+    page.Compare(nullptr, CheckReportOf(report));
+    WriteReport(options, run, page, steps, err);
+    return ExitCodeFor(failure);
   }
 
   KeepUntilExit(graph);
   const tov::Model converted(modelName, graph);
   summary.after = CountOps(*computeGraph);
+  // The report compares and draws while the outputs are written.
+  page.Compare(computeGraph.get(), CheckReportOf(report));
   if (!WriteOutputs(options, ConversionResult{converted, sourceDot}, summary, err)) {
+    // The outputs written stay, so the report shows the conversion it made.
+    const ReportRun run{FILE_WRITE_FAILED, kFailure, OutcomeOf(FILE_WRITE_FAILED), summary.before,
+                        &summary.after};
+    WriteReport(options, run, page, steps, err);
     return kFailure;
   }
   if (report.Written()) summary.written.push_back({"check report", report.File()});
+  const ReportRun run{SUCCESS, 0, "converted", summary.before, &summary.after};
+  if (!WriteReport(options, run, page, steps, err)) {
+    return kFailure;
+  }
+  if (!options.reportFile.empty()) summary.written.push_back({"report", options.reportFile});
   PrintSummary(summary, out);
-  if (options.profile) PrintProfile(Profiler::Take(), out);
+  PrintSteps(options, steps, out);
   return 0;
 }
 

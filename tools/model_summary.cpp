@@ -2,49 +2,22 @@
 
 #include <climits>
 
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/wire_format_lite.h>
+#include "wire_reader.h"
 
 namespace tesu {
 namespace cli {
 namespace {
 
-using google::protobuf::internal::WireFormatLite;
-using google::protobuf::io::CodedInputStream;
+using wire::CodedInputStream;
+using wire::ForEachField;
+using wire::InMessage;
+using wire::WireFormatLite;
 
 // Field numbers of the model format that the summary reads.
 constexpr int kModelName = 1;
 constexpr int kModelGraph = 2;
 constexpr int kGraphOp = 2;
 constexpr int kOpType = 2;
-
-bool IsLengthDelimited(uint32_t tag) {
-  return WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_LENGTH_DELIMITED;
-}
-
-// Calls `field(number)` for each length-delimited field of the message at the stream's
-// position, up to its current limit; `field` reads the field, or returns false to have it
-// skipped. Other fields are skipped.
-template <typename Field>
-bool ForEachField(CodedInputStream& in, Field field) {
-  while (uint32_t tag = in.ReadTag()) {
-    const int number = WireFormatLite::GetTagFieldNumber(tag);
-    if (IsLengthDelimited(tag) && field(number)) continue;
-    if (!WireFormatLite::SkipField(&in, tag)) return false;
-  }
-  return in.ConsumedEntireMessage();
-}
-
-// Runs `body` on the length-delimited message at the stream's position.
-template <typename Body>
-bool InMessage(CodedInputStream& in, Body body) {
-  uint32_t length = 0;
-  if (!in.ReadVarint32(&length) || length > static_cast<uint32_t>(INT_MAX)) return false;
-  const CodedInputStream::Limit limit = in.PushLimit(static_cast<int>(length));
-  const bool ok = body();
-  in.PopLimit(limit);
-  return ok;
-}
 
 }  // namespace
 

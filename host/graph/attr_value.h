@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -66,6 +67,8 @@ class AttrValue {
   // Direct access without a copy; null when the value is of another kind.
   template <typename T>
   const T* Get() const {
+    static_assert(!std::is_same_v<T, std::vector<int64_t>>,
+                  "integer lists are held as AttrValue::IntList; read a copy with GetValue");
     return std::get_if<T>(&value_);
   }
 

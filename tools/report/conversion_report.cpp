@@ -1,0 +1,55 @@
+#include "conversion_report.h"
+
+#include <optional>
+#include <utility>
+
+#include "framework/profiler.h"
+#include "report_page.h"
+
+namespace tesu {
+namespace cli {
+namespace report {
+
+void ConversionReport::ReadSource(const std::string& bytes) {
+  if (!Wanted()) return;
+  source_ = std::async(std::launch::async, [&bytes] {
+    ProfileScope step("report: source graph");
+    return SourceViewOf(bytes);
+  });
+}
+
+void ConversionReport::SourceRead() {
+  if (source_.valid()) sourceView_ = source_.get();
+}
+
+void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport) {
+  if (!Wanted()) return;
+  SourceRead();
+  std::optional<GraphView> convertedView;
+  if (converted != nullptr) {
+    ProfileScope step("report: converted graph");
+    convertedView = ViewOf(*converted);
+  }
+  pending_ = std::async(std::launch::async, [source = std::move(sourceView_),
+                                             convertedView = std::move(convertedView),
+                                             checkReport = std::move(checkReport)]() mutable {
+    return BuildReportBody(std::move(source), std::move(convertedView), checkReport);
+  });
+}
+
+void ConversionReport::Wait() {
+  if (!Wanted() || !body_.is_null()) return;
+  if (!pending_.valid()) Compare(nullptr, nullptr);
+  body_ = pending_.get();
+}
+
+Status ConversionReport::Write(const RunFacts& run) {
+  if (!Wanted()) return SUCCESS;
+  Wait();
+  AddSummary(body_, run);
+  return WriteReportPage(path_, body_);
+}
+
+}  // namespace report
+}  // namespace cli
+}  // namespace tesu

@@ -1,0 +1,408 @@
+#include "graph_view.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <climits>
+#include <type_traits>
+#include <utility>
+
+#include "graph/proto/model.pb.h"
+#include "graph/types.h"
+#include "wire_reader.h"
+
+namespace tesu {
+namespace cli {
+namespace report {
+namespace {
+
+// Longer lists show their first values and their length, so a 1000-value list does not swamp
+// the page.
+constexpr size_t kMaxListValues = 16;
+constexpr size_t kShownOfLongList = 8;
+
+// Values are appended to one string per node; std::to_chars keeps that free of streams and
+// locales.
+template <typename Number>
+void Append(std::string& out, Number value) {
+  char buffer[32];
+  const auto result = std::to_chars(buffer, buffer + sizeof(buffer), value);
+  out.append(buffer, result.ptr);
+}
+void Append(std::string& out, bool value) {
+  out += value ? "true" : "false";
+}
+void Append(std::string& out, const std::string& value) {
+  out += '"';
+  for (char c : value) {
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
+}
+
+// Works on any container with size() and operator[]: std::vector and protobuf's repeated fields.
+template <typename List>
+void AppendList(std::string& out, const List& values) {
+  const size_t size = static_cast<size_t>(values.size());
+  const size_t shown = size > kMaxListValues ? kShownOfLongList : size;
+  out += '[';
+  for (size_t i = 0; i < shown; ++i) {
+    if (i > 0) out += ", ";
+    Append(out, static_cast<typename List::value_type>(values[static_cast<int>(i)]));
+  }
+  if (shown < size) {
+    out += ", ... (";
+    Append(out, size);
+    out += " values)";
+  }
+  out += ']';
+}
+
+template <typename Dims>
+void AppendTensor(std::string& out, int32_t dataType, const Dims& dims) {
+  const char* name = tov::DataTypeName(dataType);
+  out += *name != '\0' ? name : "?";
+  AppendList(out, dims);
+}
+
+void AppendValue(std::string& out, const tov::AttrValue& value) {
+  using Kind = tov::AttrValue::Kind;
+  switch (value.GetKind()) {
+    case Kind::kString:
+      return Append(out, *value.Get<std::string>());
+    case Kind::kInt:
+      return Append(out, *value.Get<int64_t>());
+    case Kind::kFloat:
+      return Append(out, *value.Get<float>());
+    case Kind::kBool:
+      return Append(out, *value.Get<bool>());
+    case Kind::kListString:
+      return AppendList(out, *value.Get<std::vector<std::string>>());
+    case Kind::kListInt:
+      return AppendList(out, *value.Get<tov::AttrValue::IntList>());
+    case Kind::kListFloat:
+      return AppendList(out, *value.Get<std::vector<float>>());
+    case Kind::kListBool:
+      return AppendList(out, *value.Get<std::vector<bool>>());
+    case Kind::kTensor: {
+      const tov::TensorPtr& tensor = *value.Get<tov::TensorPtr>();
+      if (tensor == nullptr) return;
+      const tov::TensorDesc& desc = tensor->GetTensorDesc();
+      return AppendTensor(out, desc.GetDataType(), desc.GetShape().GetDims());
+    }
+    case Kind::kNone:
+      break;
+  }
+}
+
+template <typename Value>
+void AppendAttr(std::string& out, const std::string& name, const Value& value) {
+  out += name;
+  out += kNameEnd;
+  AppendValue(out, value);
+  out += kEntryEnd;
+}
+
+void AppendInput(std::string& out, const std::string& producer, int index) {
+  out += producer;
+  out += ':';
+  Append(out, index);
+  out += kEntryEnd;
+}
+
+}  // namespace
+
+const ViewNode* GraphView::Find(std::string_view name) const {
+  const auto found = index.find(name);
+  return found == index.end() ? nullptr : &nodes[found->second];
+}
+
+void GraphView::IndexNames() {
+  index.clear();
+  index.reserve(nodes.size());
+  for (size_t i = 0; i < nodes.size(); ++i) index.emplace(nodes[i].name, i);
+}
+
+std::string_view ProducerOf(std::string_view input) {
+  const size_t colon = input.rfind(':');
+  return colon == std::string_view::npos ? input : input.substr(0, colon);
+}
+
+bool IsControlInput(std::string_view input) {
+  constexpr std::string_view kControl = ":-1";
+  return input.size() >= kControl.size() &&
+         input.substr(input.size() - kControl.size()) == kControl;
+}
+
+namespace {
+
+using wire::CodedInputStream;
+using wire::ForEachField;
+using wire::ForEachTag;
+using wire::InMessage;
+using wire::IsLengthDelimited;
+using wire::WireFormatLite;
+
+// Field numbers of the model format, as the generated messages name them.
+using tesu::proto::AttrDef;
+using tesu::proto::ListValue;
+using tesu::proto::TensorDef;
+using tesu::proto::TensorDescriptor;
+constexpr int kModelGraph = tesu::proto::ModelDef::kGraphFieldNumber;
+constexpr int kGraphOp = tesu::proto::GraphDef::kOpFieldNumber;
+constexpr int kOpName = tesu::proto::OpDef::kNameFieldNumber;
+constexpr int kOpType = tesu::proto::OpDef::kTypeFieldNumber;
+constexpr int kOpInput = tesu::proto::OpDef::kInputFieldNumber;
+constexpr int kOpAttr = tesu::proto::OpDef::kAttrFieldNumber;
+// A map entry on the wire is a message of the key, field 1, and the value, field 2.
+constexpr int kMapKey = 1;
+constexpr int kMapValue = 2;
+
+// Storage reused from attribute to attribute while a model is read.
+struct Scratch {
+  std::vector<std::string> strings;
+  std::vector<int64_t> ints;
+  std::vector<float> floats;
+  std::vector<bool> bools;
+  std::vector<std::pair<std::string, std::string>> attrs;  // name, rendered value
+};
+
+bool ReadInt(CodedInputStream& in, int64_t& value) {
+  uint64_t raw = 0;
+  if (!in.ReadVarint64(&raw)) return false;
+  value = static_cast<int64_t>(raw);
+  return true;
+}
+
+bool ReadFloat(CodedInputStream& in, float& value) {
+  uint32_t raw = 0;
+  if (!in.ReadLittleEndian32(&raw)) return false;
+  value = WireFormatLite::DecodeFloat(raw);
+  return true;
+}
+
+// One value of a repeated scalar field, or all of them when the field is packed.
+template <typename T, typename ReadOne>
+bool ReadRepeated(CodedInputStream& in, uint32_t tag, std::vector<T>& out, ReadOne readOne) {
+  auto one = [&] {
+    typename std::conditional<std::is_same<T, bool>::value, int64_t, T>::type value{};
+    if (!readOne(in, value)) return false;
+    out.push_back(static_cast<T>(value));
+    return true;
+  };
+  if (!IsLengthDelimited(tag)) return one();
+  return InMessage(in, [&] {
+    while (in.BytesUntilLimit() > 0) {
+      if (!one()) return false;
+    }
+    return true;
+  });
+}
+
+// A ListValue, rendered as the view renders lists: its integers, else floats, else booleans,
+// else strings.
+bool ReadList(CodedInputStream& in, Scratch& scratch, std::string& text) {
+  scratch.strings.clear();
+  scratch.ints.clear();
+  scratch.floats.clear();
+  scratch.bools.clear();
+  const bool ok = ForEachTag(in, [&](uint32_t tag) {
+    switch (WireFormatLite::GetTagFieldNumber(tag)) {
+      case ListValue::kSFieldNumber:
+        scratch.strings.emplace_back();
+        return WireFormatLite::ReadString(&in, &scratch.strings.back());
+      case ListValue::kIFieldNumber:
+        return ReadRepeated(in, tag, scratch.ints, ReadInt);
+      case ListValue::kFFieldNumber:
+        return ReadRepeated(in, tag, scratch.floats, ReadFloat);
+      case ListValue::kBFieldNumber:
+        return ReadRepeated(in, tag, scratch.bools, ReadInt);
+      default:
+        return false;
+    }
+  });
+  if (!scratch.ints.empty()) {
+    AppendList(text, scratch.ints);
+  } else if (!scratch.floats.empty()) {
+    AppendList(text, scratch.floats);
+  } else if (!scratch.bools.empty()) {
+    AppendList(text, scratch.bools);
+  } else {
+    AppendList(text, scratch.strings);
+  }
+  return ok;
+}
+
+// A TensorDef, rendered as its data type and shape; its data is skipped, never copied.
+bool ReadTensor(CodedInputStream& in, Scratch& scratch, std::string& text) {
+  int64_t dataType = 0;
+  scratch.ints.clear();
+  const bool ok = ForEachTag(in, [&](uint32_t tag) {
+    if (WireFormatLite::GetTagFieldNumber(tag) != TensorDef::kDescFieldNumber ||
+        !IsLengthDelimited(tag)) {
+      return false;
+    }
+    return InMessage(in, [&] {
+      return ForEachTag(in, [&](uint32_t descTag) {
+        const int number = WireFormatLite::GetTagFieldNumber(descTag);
+        if (number == TensorDescriptor::kDtypeFieldNumber && !IsLengthDelimited(descTag)) {
+          return ReadInt(in, dataType);
+        }
+        if (number == TensorDescriptor::kShapeFieldNumber) {
+          return ReadRepeated(in, descTag, scratch.ints, ReadInt);
+        }
+        return false;
+      });
+    });
+  });
+  AppendTensor(text, static_cast<int32_t>(dataType), scratch.ints);
+  return ok;
+}
+
+// An AttrDef; like the message, the last value field read is the value.
+bool ReadAttrValue(CodedInputStream& in, Scratch& scratch, std::string& text) {
+  return ForEachTag(in, [&](uint32_t tag) {
+    const int number = WireFormatLite::GetTagFieldNumber(tag);
+    const bool delimited = IsLengthDelimited(tag);
+    int64_t integer = 0;
+    float real = 0;
+    std::string value;
+    if (number == AttrDef::kSFieldNumber && delimited) {
+      if (!WireFormatLite::ReadString(&in, &value)) return false;
+      text.clear();
+      Append(text, value);
+    } else if ((number == AttrDef::kIFieldNumber || number == AttrDef::kBFieldNumber) &&
+               !delimited) {
+      if (!ReadInt(in, integer)) return false;
+      text.clear();
+      if (number == AttrDef::kIFieldNumber) {
+        Append(text, integer);
+      } else {
+        Append(text, integer != 0);
+      }
+    } else if (number == AttrDef::kFFieldNumber && !delimited) {
+      if (!ReadFloat(in, real)) return false;
+      text.clear();
+      Append(text, real);
+    } else if ((number == AttrDef::kListFieldNumber || number == AttrDef::kTFieldNumber) &&
+               delimited) {
+      text.clear();
+      return InMessage(in, [&] {
+        return number == AttrDef::kListFieldNumber ? ReadList(in, scratch, text)
+                                                   : ReadTensor(in, scratch, text);
+      });
+    } else {
+      return false;
+    }
+    return true;
+  });
+}
+
+bool ReadOp(CodedInputStream& in, Scratch& scratch, ViewNode& node) {
+  scratch.attrs.clear();
+  const bool ok = ForEachField(in, [&](int number) {
+    switch (number) {
+      case kOpName:
+        return WireFormatLite::ReadString(&in, &node.name);
+      case kOpType:
+        return WireFormatLite::ReadString(&in, &node.type);
+      case kOpInput: {
+        std::string input;
+        if (!WireFormatLite::ReadString(&in, &input)) return false;
+        // The file may leave out ":0"; the view always writes the index, as the compute graph
+        // does, so that inputs compare equal.
+        node.inputs += input;
+        if (!input.empty() && input.find(':') == std::string::npos) node.inputs += ":0";
+        node.inputs += kEntryEnd;
+        return true;
+      }
+      case kOpAttr: {
+        scratch.attrs.emplace_back();
+        auto& [name, text] = scratch.attrs.back();
+        return InMessage(in, [&] {
+          return ForEachField(in, [&](int entryField) {
+            if (entryField == kMapKey) return WireFormatLite::ReadString(&in, &name);
+            if (entryField != kMapValue) return false;
+            return InMessage(in, [&] { return ReadAttrValue(in, scratch, text); });
+          });
+        });
+      }
+      default:
+        return false;
+    }
+  });
+  // A map has no order on the wire; the view's attributes are sorted by name.
+  std::sort(scratch.attrs.begin(), scratch.attrs.end());
+  for (const auto& [name, text] : scratch.attrs) {
+    node.attrs += name;
+    node.attrs += kNameEnd;
+    node.attrs += text;
+    node.attrs += kEntryEnd;
+  }
+  return ok;
+}
+
+}  // namespace
+
+GraphView SourceViewOf(const std::string& serialisedModel) {
+  GraphView view;
+  if (serialisedModel.size() > static_cast<size_t>(INT_MAX)) return view;
+  CodedInputStream in(reinterpret_cast<const uint8_t*>(serialisedModel.data()),
+                      static_cast<int>(serialisedModel.size()));
+  Scratch scratch;
+  bool sawGraph = false;
+  const bool ok = ForEachField(in, [&](int number) {
+    if (number != kModelGraph || sawGraph) return false;
+    sawGraph = true;  // the first graph is the model's graph
+    return InMessage(in, [&] {
+      return ForEachField(in, [&](int graphField) {
+        if (graphField != kGraphOp) return false;
+        view.nodes.emplace_back();
+        return InMessage(in, [&] { return ReadOp(in, scratch, view.nodes.back()); });
+      });
+    });
+  });
+  // Bytes that are not a model show no graph; the parser says what is wrong with them.
+  if (!ok) view.nodes.clear();
+  return view;
+}
+
+GraphView ViewOf(const tov::ComputeGraph& graph) {
+  GraphView view;
+  view.nodes.reserve(graph.GetNodesSize());
+  graph.ForEachNode([&view](tov::Node& source) {
+    ViewNode node{source.GetName(), source.GetType(), {}, {}};
+    // Already sorted by name.
+    for (const auto& [name, value] : source.GetOpDesc()->GetAllAttrs()) {
+      AppendAttr(node.attrs, name, value);
+    }
+    size_t connected = 0;  // the length up to the last connected input
+    for (const auto& anchor : source.InAnchors()) {
+      const tov::OutDataAnchor* peer = anchor->GetPeerOutAnchorRaw();
+      if (peer == nullptr) {
+        node.inputs += kEntryEnd;
+        continue;
+      }
+      AppendInput(node.inputs, peer->GetOwnerNodeRaw()->GetName(), peer->GetIdx());
+      connected = node.inputs.size();
+    }
+    // The file lists no input after its last connected one.
+    node.inputs.resize(connected);
+    for (const tov::Node* control : source.RoleNodeWalker().InControlNodes()) {
+      AppendInput(node.inputs, control->GetName(), -1);
+    }
+    view.nodes.push_back(std::move(node));
+  });
+  view.IndexNames();
+  return view;
+}
+
+}  // namespace report
+}  // namespace cli
+}  // namespace tesu

@@ -1,0 +1,67 @@
+// The data of the conversion report page: one JSON object that the page's script renders.
+#ifndef TESU_TOOLS_REPORT_REPORT_DATA_H
+#define TESU_TOOLS_REPORT_REPORT_DATA_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "framework/model_parser.h"
+#include "framework/profiler.h"
+#include "graph_pictures.h"
+#include "graph_view.h"
+
+namespace tesu {
+namespace cli {
+namespace report {
+
+// What the command line knows about a run, apart from the graphs.
+struct RunFacts {
+  std::string modelFile;
+  uintmax_t modelSize = 0;  // bytes of the model file
+  int32_t framework = 0;
+  std::string frameworkName;
+  Status status = SUCCESS;  // the parser's, or the failed write's
+  int exitCode = 0;
+  std::string outcome;  // one line: "converted", or what failed
+  // Operator type to node count, before and after (after stays empty on a failed run).
+  std::map<std::string, size_t> opsBefore;
+  std::map<std::string, size_t> opsAfter;
+  std::vector<Profiler::Step> steps;  // the timed steps, as --profile prints them
+};
+
+// The page's data:
+//   summary   the run's facts, operator counts and timed steps
+//   support   the check report's unsupported nodes grouped by operator type
+//   nodes     every node of either graph, in columns, since a large graph has 100k of them:
+//               count
+//               names    the names, separated by kRecordEnd
+//               marks    per node "unsupported", "changed" or ""
+//               changes  per node one line "kind\ttext" per change
+//               before, after: per node of that graph
+//                 types, attrs  (attrs in the line form of ViewNode); null without the node
+//                 inputs        the inputs in ViewNode's line form, separated by kRecordEnd
+//             Marks, changes, types and attrs are positions in `strings`.
+//   strings   the texts that nodes share, each once
+//   pictures  source and converted SVG, and whether they show the whole graph
+// The data is built in two parts, so that the costly one can run while the command line writes
+// its other outputs, and the summary still shows how long those took.
+
+// Everything but the summary. `converted` is empty when the conversion failed; `checkReport` is
+// the operator support report the run wrote, as read back from its file, or null. The views
+// are taken, so that they are freed wherever the body is built.
+nlohmann::json BuildReportBody(GraphView source, std::optional<GraphView> converted,
+                               const nlohmann::json& checkReport, const PictureLimits& limits = {});
+
+// Adds the summary to a body.
+void AddSummary(nlohmann::json& body, const RunFacts& run);
+
+}  // namespace report
+}  // namespace cli
+}  // namespace tesu
+
+#endif

@@ -1,0 +1,32 @@
+// The conversion report as one self-contained HTML page: the page, its style and its script
+// are compiled into the program, and the data goes into the page as a JSON block, so opening
+// the file needs nothing else.
+#ifndef TESU_TOOLS_REPORT_REPORT_PAGE_H
+#define TESU_TOOLS_REPORT_REPORT_PAGE_H
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "framework/model_parser.h"
+
+namespace tesu {
+namespace cli {
+namespace report {
+
+// Appends the data as JSON text that can stand inside a <script> element: "</" and "<!" are
+// written "\u003c/" and "\u003c!", so no name in the data can end the element or open a
+// comment. Text that is not UTF-8 is replaced rather than refused.
+void AppendScriptSafeJson(std::string& out, const nlohmann::json& data);
+
+// The whole page for the data.
+std::string ReportPage(const nlohmann::json& data);
+
+// Writes the page, whole or not at all; FILE_WRITE_FAILED when it cannot.
+Status WriteReportPage(const std::string& path, const nlohmann::json& data);
+
+}  // namespace report
+}  // namespace cli
+}  // namespace tesu
+
+#endif
