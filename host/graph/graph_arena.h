@@ -1,7 +1,8 @@
 // Where a graph's objects live. Every node, op description, tensor description, anchor and
 // loaded tensor of a graph is carved out of one arena that the graph owns, so building a graph
 // costs a few large allocations instead of several small ones per node, and nothing is returned
-// to the heap piece by piece. Objects are still handed out as shared pointers: each one's
+// to the heap piece by piece. Nodes, op descriptions, tensor descriptions and anchors each have a
+// region of their own, so a walk over the node list reads each kind from consecutive memory. Objects are still handed out as shared pointers: each one's
 // control block keeps the arena alive, so a node or tensor held past its graph stays valid.
 //
 // The arena is not thread-safe, like the graph it belongs to: one graph is built and edited by
@@ -9,36 +10,80 @@
 #ifndef TOV_GRAPH_GRAPH_ARENA_H
 #define TOV_GRAPH_GRAPH_ARENA_H
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <memory_resource>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace tov {
+
+// Hands out memory from blocks of a fixed size taken from the heap, and gives the blocks back
+// only when it is destroyed. Unlike a geometrically growing buffer, it never holds more than one
+// block's worth of memory it has not handed out.
+class BlockResource : public std::pmr::memory_resource {
+ public:
+  BlockResource() = default;
+  BlockResource(const BlockResource&) = delete;
+  BlockResource& operator=(const BlockResource&) = delete;
+  ~BlockResource() override {
+    for (void* block : blocks_) ::operator delete(block);
+  }
+
+ private:
+  static constexpr size_t kBlockBytes = 1 << 20;
+
+  void* do_allocate(size_t bytes, size_t alignment) override {
+    size_t offset = (used_ + alignment - 1) & ~(alignment - 1);
+    if (current_ == nullptr || offset + bytes > capacity_) {
+      capacity_ = std::max(kBlockBytes, bytes + alignment);
+      current_ = static_cast<char*>(::operator new(capacity_));
+      blocks_.push_back(current_);
+      offset = (reinterpret_cast<uintptr_t>(current_) + alignment - 1) / alignment * alignment -
+               reinterpret_cast<uintptr_t>(current_);
+    }
+    used_ = offset + bytes;
+    return current_ + offset;
+  }
+  void do_deallocate(void*, size_t, size_t) override {}
+  bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override {
+    return this == &other;
+  }
+
+  std::vector<void*> blocks_;
+  char* current_ = nullptr;
+  size_t capacity_ = 0;
+  size_t used_ = 0;
+};
 
 class GraphArena : public std::enable_shared_from_this<GraphArena> {
  public:
   static std::shared_ptr<GraphArena> Create() { return std::make_shared<GraphArena>(); }
 
-  GraphArena() : resource_(kFirstBlockBytes) {}
+  // Regions of the arena.
+  enum Region { kNodes, kOpDescs, kTensorDescs, kAnchors, kOther, kRegions };
+
+  GraphArena() = default;
   GraphArena(const GraphArena&) = delete;
   GraphArena& operator=(const GraphArena&) = delete;
 
-  std::pmr::memory_resource* Resource() { return &resource_; }
+  std::pmr::memory_resource* Resource(Region region = kOther) { return &regions_[region]; }
 
   // A copy of the bytes that lives as long as the arena.
   std::string_view CopyString(std::string_view text) {
     if (text.empty()) return {};
-    char* bytes = static_cast<char*>(resource_.allocate(text.size(), 1));
+    char* bytes = static_cast<char*>(regions_[kOther].allocate(text.size(), 1));
     std::memcpy(bytes, text.data(), text.size());
     return {bytes, text.size()};
   }
 
  private:
-  static constexpr size_t kFirstBlockBytes = 64 * 1024;
-  std::pmr::monotonic_buffer_resource resource_;
+  BlockResource regions_[kRegions];
 };
 
 // A standard allocator over an arena that holds the arena alive. Freeing is a no-op: the arena
@@ -48,12 +93,14 @@ class ArenaAllocator {
  public:
   using value_type = T;
 
-  explicit ArenaAllocator(std::shared_ptr<GraphArena> arena) : arena_(std::move(arena)) {}
+  ArenaAllocator(std::shared_ptr<GraphArena> arena, GraphArena::Region region)
+      : arena_(std::move(arena)), region_(region) {}
   template <typename U>
-  ArenaAllocator(const ArenaAllocator<U>& other) : arena_(other.arena_) {}  // NOLINT
+  ArenaAllocator(const ArenaAllocator<U>& other)  // NOLINT
+      : arena_(other.arena_), region_(other.region_) {}
 
   T* allocate(size_t count) {
-    return static_cast<T*>(arena_->Resource()->allocate(count * sizeof(T), alignof(T)));
+    return static_cast<T*>(arena_->Resource(region_)->allocate(count * sizeof(T), alignof(T)));
   }
   void deallocate(T*, size_t) noexcept {}
 
@@ -70,13 +117,31 @@ class ArenaAllocator {
   template <typename U>
   friend class ArenaAllocator;
   std::shared_ptr<GraphArena> arena_;
+  GraphArena::Region region_;
 };
+
+class Node;
+class OpDesc;
+class TensorDesc;
+class InDataAnchor;
+class OutDataAnchor;
+
+template <typename T>
+constexpr GraphArena::Region RegionOf() {
+  if constexpr (std::is_same_v<T, Node>) return GraphArena::kNodes;
+  if constexpr (std::is_same_v<T, OpDesc>) return GraphArena::kOpDescs;
+  if constexpr (std::is_same_v<T, TensorDesc>) return GraphArena::kTensorDescs;
+  if constexpr (std::is_same_v<T, InDataAnchor> || std::is_same_v<T, OutDataAnchor>) {
+    return GraphArena::kAnchors;
+  }
+  return GraphArena::kOther;
+}
 
 // A T in the arena when there is one, on the heap otherwise (objects built outside any graph).
 template <typename T, typename... Args>
 std::shared_ptr<T> MakeShared(GraphArena* arena, Args&&... args) {
   if (arena == nullptr) return std::make_shared<T>(std::forward<Args>(args)...);
-  return std::allocate_shared<T>(ArenaAllocator<T>(arena->shared_from_this()),
+  return std::allocate_shared<T>(ArenaAllocator<T>(arena->shared_from_this(), RegionOf<T>()),
                                  std::forward<Args>(args)...);
 }
 

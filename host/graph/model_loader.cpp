@@ -154,8 +154,10 @@ graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValu
 template <typename Owner>
 graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
                         GraphArena* arena, AttrHolder& holder, LoadError& error) {
+  // Room for the few attributes a conversion adds ("version", a converter's own), so that the
+  // list does not have to move.
   AttrHolder::AttrList list = holder.NewAttrList();
-  list.reserve(attrs.size());
+  list.reserve(attrs.size() + 2);
   for (auto& entry : attrs) {
     AttrValue value;
     const auto what = [&] { return "attribute " + Quote(entry.first) + " of " + owner(); };

@@ -1,0 +1,173 @@
+// How a graph keeps its nodes, edges and attributes: the name index under heavy churn, edges of
+// outputs with many consumers, objects held past the graph, long shapes and lists, forward
+// references in a loaded model, and attribute names interned from several threads.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <algorithm>
+
+#include "graph/attr_utils.h"
+#include "graph/op_desc_utils.h"
+#include "graph/graph.h"
+#include "graph/model.h"
+#include "model_builder.h"
+
+namespace {
+
+using testkit::ConsumersOf;
+using testkit::ModelBuilder;
+using testkit::NodeNames;
+using testkit::ProducersOf;
+using Names = std::vector<std::string>;
+
+std::shared_ptr<tov::ComputeGraph> Chain(size_t count) {
+  ModelBuilder model;
+  model.Data("n0");
+  for (size_t i = 1; i < count; ++i) {
+    model.Unary("n" + std::to_string(i), "Relu", "n" + std::to_string(i - 1));
+  }
+  return model.LoadGraph();
+}
+
+TEST(GraphStorageTest, NamesStayFindableWhileMostNodesLeaveAndNamesakesComeAndGo) {
+  auto graph = Chain(3000);
+  for (size_t i = 0; i < 3000; i += 3) {
+    ASSERT_EQ(graph->RemoveNode(*graph->FindNode("n" + std::to_string(i))), tov::GRAPH_SUCCESS);
+  }
+  for (size_t i = 0; i < 3000; ++i) {
+    const tov::NodePtr found = graph->FindNode("n" + std::to_string(i));
+    ASSERT_EQ(found == nullptr, i % 3 == 0) << i;
+    if (found != nullptr) {
+      EXPECT_EQ(found->GetName(), "n" + std::to_string(i));
+    }
+  }
+  EXPECT_EQ(graph->GetNodesSize(), 2000u);
+
+  EXPECT_FALSE(graph->HasNamesakes());
+  auto first = graph->FindNode("n1");
+  auto twin = graph->AddNode(std::make_shared<tov::OpDesc>("n1", "Abs"));
+  EXPECT_TRUE(graph->HasNamesakes());
+  EXPECT_EQ(graph->FindNode("n1"), first);  // the one added first
+  std::string saved;
+  EXPECT_EQ(tov::Model("m", tov::GraphUtils::CreateGraphFromComputeGraph(graph)).Save(saved),
+            tov::GRAPH_FAILED);
+  ASSERT_EQ(graph->RemoveNode(*first), tov::GRAPH_SUCCESS);
+  EXPECT_FALSE(graph->HasNamesakes());
+  EXPECT_EQ(graph->FindNode("n1"), twin);
+}
+
+TEST(GraphStorageTest, EdgesOfAWideOutputKeepTheirOrderAndLeaveWithTheirNode) {
+  ModelBuilder model;
+  model.Data("x");
+  Names consumers;
+  for (int i = 0; i < 500; ++i) {
+    consumers.push_back("c" + std::to_string(i));
+    model.Unary(consumers.back(), "Relu", "x");
+  }
+  auto graph = model.LoadGraph();
+  auto x = graph->FindNode("x");
+  EXPECT_EQ(ConsumersOf(*x), consumers);
+
+  // Removing edges in the middle, at the front and at the back keeps the rest in order.
+  for (const char* name : {"c250", "c0", "c499"}) {
+    auto consumer = graph->FindNode(name);
+    ASSERT_EQ(tov::GraphUtils::RemoveEdge(x->GetOutDataAnchor(0), consumer->GetInDataAnchor(0)),
+              tov::GRAPH_SUCCESS);
+    consumers.erase(std::find(consumers.begin(), consumers.end(), name));
+  }
+  EXPECT_EQ(ConsumersOf(*x), consumers);
+  EXPECT_EQ(x->RoleNodeWalker().OutDataNode(0, 0)->GetName(), "c1");
+
+  ASSERT_EQ(graph->RemoveNode(*x), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(ProducersOf(*graph->FindNode("c7")), Names{""});
+  EXPECT_EQ(x->ROLE(NodeSpec).OutDataEdgeSize(), 0u);
+}
+
+TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinked) {
+  tov::NodePtr held;
+  tov::InDataAnchorPtr heldInput;
+  tov::TensorPtr weight;
+  {
+    ModelBuilder model;
+    model.Data("x");
+    model.ConstFloat("w", {1.0f, 2.0f});
+    model.Op("mid", "Add").Input("x").Input("w").InputDesc({1}).InputDesc({2}).Output();
+    model.Unary("out", "Relu", "mid");
+    auto graph = model.LoadGraph();
+    held = graph->FindNode("mid");
+    heldInput = graph->FindNode("out")->GetInDataAnchor(0);
+    weight = tov::OpDescUtils::MutableWeights(*held)[0];
+  }
+  EXPECT_EQ(held->GetName(), "mid");
+  EXPECT_EQ(held->GetOwnerComputeGraph(), nullptr);
+  EXPECT_EQ(held->ROLE(NodeSpec).InDataEdgeSize(), 0u);
+  EXPECT_EQ(held->ROLE(NodeSpec).OutDataEdgeSize(), 0u);
+  EXPECT_EQ(heldInput->GetPeerOutAnchor(), nullptr);
+  EXPECT_EQ(heldInput->GetOwnerNode(), nullptr);
+  ASSERT_EQ(weight->GetData().GetSize(), 8u);
+  EXPECT_EQ(reinterpret_cast<const float*>(weight->GetData().GetData())[1], 2.0f);
+}
+
+TEST(GraphStorageTest, LongShapesAndListsSurviveCopiesEditsAndASaveLoadRoundTrip) {
+  const std::vector<int64_t> dims{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+  tov::Shape shape(dims);
+  tov::Shape copy = shape;
+  ASSERT_EQ(copy.SetDim(10, 12), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(shape.GetDims(), dims);
+  EXPECT_EQ(copy.GetDim(10), 12);
+  tov::Shape moved = std::move(copy);
+  EXPECT_EQ(moved.GetDimNum(), 11u);
+
+  auto graph = Chain(2);
+  tov::OpDesc& desc = *graph->FindNode("n1")->GetOpDesc();
+  ASSERT_TRUE(tov::AttrUtils::SetListInt(desc, "long", dims));
+  ASSERT_TRUE(tov::AttrUtils::SetListInt(desc, "short", {1, 2}));
+  desc.MutableOutputDesc(0)->SetShape(shape);
+  std::string bytes;
+  ASSERT_EQ(tov::Model("m", tov::GraphUtils::CreateGraphFromComputeGraph(graph)).Save(bytes),
+            tov::GRAPH_SUCCESS);
+  tov::Model loaded;
+  ASSERT_EQ(loaded.Load(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()),
+            tov::GRAPH_SUCCESS);
+  const auto& again = *tov::GraphUtils::GetComputeGraph(loaded.GetGraph())->FindNode("n1");
+  std::vector<int64_t> list;
+  ASSERT_TRUE(tov::AttrUtils::GetListInt(again.GetOpDesc(), "long", list));
+  EXPECT_EQ(list, dims);
+  ASSERT_TRUE(tov::AttrUtils::GetListInt(again.GetOpDesc(), "short", list));
+  EXPECT_EQ(list, (std::vector<int64_t>{1, 2}));
+  EXPECT_EQ(again.GetOpDesc()->GetOutputDesc(0).GetShape(), shape);
+}
+
+// Ops may name producers listed after them; edges keep their input positions and the graph its
+// order, and only such a model needs the cycle check.
+TEST(GraphStorageTest, ForwardReferencesConnectOnceEveryOpIsIn) {
+  ModelBuilder model;
+  model.Op("sum", "Add").Input("a").Input("b").InputDesc({1}).InputDesc({1}).Output();
+  model.Op("ctl", "NoOp").Control("b");
+  model.Data("a");
+  model.Data("b");
+  auto graph = model.LoadGraph();
+  ASSERT_NE(graph, nullptr);
+  EXPECT_EQ(NodeNames(*graph), (Names{"sum", "ctl", "a", "b"}));
+  EXPECT_EQ(ProducersOf(*graph->FindNode("sum")), (Names{"a", "b"}));
+  EXPECT_EQ(graph->FindNode("ctl")->RoleNodeWalker().InControlNodes().size(), 1u);
+}
+
+TEST(GraphStorageTest, AttributeNamesInternedFromSeveralThreadsAreOneName) {
+  std::vector<const std::string*> seen(8);
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < seen.size(); ++t) {
+    threads.emplace_back([&seen, t] {
+      for (int i = 0; i < 200; ++i) tov::AttrName::Intern("name_" + std::to_string(i));
+      seen[t] = &tov::AttrName::Intern("name_7").str();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const std::string* name : seen) EXPECT_EQ(name, seen[0]);
+  EXPECT_EQ(*seen[0], "name_7");
+}
+
+}  // namespace
