@@ -106,7 +106,7 @@ class LegacyGraph {
   void BeginWalk() { ++walkDepth_; }
   void EndWalk();
 
-  std::shared_ptr<GraphArena> arena_;
+  ArenaRef arena_;
   // The nodes in order, linked through the nodes themselves; the graph's references to them sit
   // in `owned_`, one slot per node ever added.
   Node* first_ = nullptr;

@@ -2,8 +2,9 @@
 // loaded tensor of a graph is carved out of one arena that the graph owns, so building a graph
 // costs a few large allocations instead of several small ones per node, and nothing is returned
 // to the heap piece by piece. Nodes, op descriptions, tensor descriptions and anchors each have a
-// region of their own, so a walk over the node list reads each kind from consecutive memory. Objects are still handed out as shared pointers: each one's
-// control block keeps the arena alive, so a node or tensor held past its graph stays valid.
+// region of their own, so a walk over the node list reads each kind from consecutive memory.
+// Objects are still handed out as shared pointers: each one's control block keeps the arena
+// alive, so a node or tensor held past its graph stays valid.
 //
 // The arena is not thread-safe, like the graph it belongs to: one graph is built and edited by
 // one thread at a time.
@@ -11,6 +12,7 @@
 #define TOV_GRAPH_GRAPH_ARENA_H
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -61,14 +63,36 @@ class BlockResource : public std::pmr::memory_resource {
   size_t used_ = 0;
 };
 
-class GraphArena : public std::enable_shared_from_this<GraphArena> {
+class GraphArena;
+
+// A counted reference to an arena: the arena lives while any reference to it does. One pointer
+// wide, so that it costs every object's control block as little as possible.
+class ArenaRef {
  public:
-  static std::shared_ptr<GraphArena> Create() { return std::make_shared<GraphArena>(); }
+  ArenaRef() = default;
+  explicit ArenaRef(GraphArena* arena);
+  ArenaRef(const ArenaRef& other) : ArenaRef(other.arena_) {}
+  ArenaRef(ArenaRef&& other) noexcept : arena_(other.arena_) { other.arena_ = nullptr; }
+  ArenaRef& operator=(ArenaRef other) noexcept {
+    std::swap(arena_, other.arena_);
+    return *this;
+  }
+  ~ArenaRef();
+  GraphArena* get() const { return arena_; }
+  GraphArena* operator->() const { return arena_; }
+  bool operator==(const ArenaRef& other) const { return arena_ == other.arena_; }
+
+ private:
+  GraphArena* arena_ = nullptr;
+};
+
+class GraphArena {
+ public:
+  static ArenaRef Create() { return ArenaRef(new GraphArena()); }
 
   // Regions of the arena.
   enum Region { kNodes, kOpDescs, kTensorDescs, kAnchors, kOther, kRegions };
 
-  GraphArena() = default;
   GraphArena(const GraphArena&) = delete;
   GraphArena& operator=(const GraphArena&) = delete;
 
@@ -83,41 +107,55 @@ class GraphArena : public std::enable_shared_from_this<GraphArena> {
   }
 
  private:
+  friend class ArenaRef;
+  GraphArena() = default;
+  std::atomic<size_t> references_{0};
   BlockResource regions_[kRegions];
 };
 
-// A standard allocator over an arena that holds the arena alive. Freeing is a no-op: the arena
-// gives everything back at once when its last user is gone.
-template <typename T>
+inline ArenaRef::ArenaRef(GraphArena* arena) : arena_(arena) {
+  if (arena_ != nullptr) arena_->references_.fetch_add(1, std::memory_order_relaxed);
+}
+
+inline ArenaRef::~ArenaRef() {
+  if (arena_ != nullptr && arena_->references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    delete arena_;
+  }
+}
+
+// A standard allocator over one region of an arena that holds the arena alive. Freeing is a
+// no-op: the arena gives everything back at once when its last user is gone.
+template <typename T, GraphArena::Region R>
 class ArenaAllocator {
  public:
   using value_type = T;
-
-  ArenaAllocator(std::shared_ptr<GraphArena> arena, GraphArena::Region region)
-      : arena_(std::move(arena)), region_(region) {}
   template <typename U>
-  ArenaAllocator(const ArenaAllocator<U>& other)  // NOLINT
-      : arena_(other.arena_), region_(other.region_) {}
+  struct rebind {
+    using other = ArenaAllocator<U, R>;
+  };
+
+  explicit ArenaAllocator(GraphArena* arena) : arena_(arena) {}
+  template <typename U>
+  ArenaAllocator(const ArenaAllocator<U, R>& other) : arena_(other.arena_) {}  // NOLINT
 
   T* allocate(size_t count) {
-    return static_cast<T*>(arena_->Resource(region_)->allocate(count * sizeof(T), alignof(T)));
+    return static_cast<T*>(arena_->Resource(R)->allocate(count * sizeof(T), alignof(T)));
   }
   void deallocate(T*, size_t) noexcept {}
 
   template <typename U>
-  bool operator==(const ArenaAllocator<U>& other) const {
+  bool operator==(const ArenaAllocator<U, R>& other) const {
     return arena_ == other.arena_;
   }
   template <typename U>
-  bool operator!=(const ArenaAllocator<U>& other) const {
-    return arena_ != other.arena_;
+  bool operator!=(const ArenaAllocator<U, R>& other) const {
+    return !(arena_ == other.arena_);
   }
 
  private:
-  template <typename U>
+  template <typename U, GraphArena::Region>
   friend class ArenaAllocator;
-  std::shared_ptr<GraphArena> arena_;
-  GraphArena::Region region_;
+  ArenaRef arena_;
 };
 
 class Node;
@@ -141,7 +179,7 @@ constexpr GraphArena::Region RegionOf() {
 template <typename T, typename... Args>
 std::shared_ptr<T> MakeShared(GraphArena* arena, Args&&... args) {
   if (arena == nullptr) return std::make_shared<T>(std::forward<Args>(args)...);
-  return std::allocate_shared<T>(ArenaAllocator<T>(arena->shared_from_this(), RegionOf<T>()),
+  return std::allocate_shared<T>(ArenaAllocator<T, RegionOf<T>()>(arena),
                                  std::forward<Args>(args)...);
 }
 
