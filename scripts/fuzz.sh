@@ -12,7 +12,8 @@ targets=("$@")
 build=${TESU_FUZZ_BUILD_DIR:-build-fuzz}
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DTESU_BUILD_FUZZ=ON -DTESU_SANITIZE=ON -DTESU_BUILD_TESTS=OFF -DTESU_BUILD_BENCH=OFF >/dev/null
+  -DTESU_BUILD_FUZZ=ON -DTESU_SANITIZE=ON -DTESU_BUILD_TESTS=OFF -DTESU_BUILD_BENCH=OFF \
+  -DTESU_PYTHON=OFF >/dev/null
 cmake --build "$build" --target fuzz_seeds "${targets[@]}"
 
 mkdir -p "$build/artifacts"

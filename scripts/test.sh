@@ -26,7 +26,8 @@ cmake --build build-test -j "$jobs"
 ctest --test-dir build-test --output-on-failure -j "$jobs"
 bash scripts/check-install.sh build-test
 
-configure build-asan Ninja -DCMAKE_BUILD_TYPE=Debug -DTESU_SANITIZE=ON -DTESU_BUILD_BENCH=OFF
+configure build-asan Ninja -DCMAKE_BUILD_TYPE=Debug -DTESU_SANITIZE=ON -DTESU_BUILD_BENCH=OFF \
+  -DTESU_PYTHON=OFF
 cmake --build build-asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan --output-on-failure -j "$jobs" -L 'unit|e2e'
