@@ -224,8 +224,8 @@ class SummaryReporter : public benchmark::ConsoleReporter {
       std::printf(
           "| %s | %.0f | %.1f | %.1f | %.1f (%.2fx) | %.1f (%.2fx) | %.1f (%.2fx) | %.1f, %.1f | "
           "%.0f B (%.2fx file) |\n",
-          model.c_str(), nodes, floor->ms, floorOut->ms, load->ms, load->ms / floor->ms,
-          parse->ms, parse->ms / floor->ms, save->ms, save->ms / floorOut->ms,
+          model.c_str(), nodes, floor->ms, floorOut->ms, load->ms, load->ms / floor->ms, parse->ms,
+          parse->ms / floor->ms, save->ms, save->ms / floorOut->ms,
           Counter(*load, "allocs_per_node"), Counter(*parse, "allocs_per_node"),
           Counter(*parse, "peak_bytes_per_node"),
           Counter(*parse, "peak_bytes") / Counter(*parse, "file_bytes"));
@@ -249,8 +249,10 @@ class SummaryReporter : public benchmark::ConsoleReporter {
 
 void Register(const std::string& kind, const std::vector<int64_t>& sizes, bool smoke) {
   const std::pair<const char*, void (*)(benchmark::State&, std::string)> steps[] = {
-      {"floor_parse_", FloorParse}, {"floor_serialize_", FloorSerialize},
-      {"load_", Load},              {"parse_", Parse},
+      {"floor_parse_", FloorParse},
+      {"floor_serialize_", FloorSerialize},
+      {"load_", Load},
+      {"parse_", Parse},
       {"save_", Save}};
   for (const auto& [prefix, fn] : steps) {
     auto* b = benchmark::RegisterBenchmark((prefix + kind).c_str(), fn, kind);

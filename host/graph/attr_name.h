@@ -30,7 +30,9 @@ class AttrName {
   friend bool operator==(AttrName a, const char* b) { return *a.text_ == b; }
   friend bool operator==(AttrName a, const std::string& b) { return *a.text_ == b; }
   // Byte-wise order of the text, the order in which attributes are listed and saved.
-  friend bool operator<(AttrName a, AttrName b) { return a.text_ != b.text_ && *a.text_ < *b.text_; }
+  friend bool operator<(AttrName a, AttrName b) {
+    return a.text_ != b.text_ && *a.text_ < *b.text_;
+  }
   friend std::ostream& operator<<(std::ostream& out, AttrName name) { return out << *name.text_; }
 
  private:

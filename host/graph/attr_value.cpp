@@ -8,8 +8,7 @@ bool AttrValue::IsEmptyList() const {
   return std::visit(
       [](const auto& held) {
         using T = std::decay_t<decltype(held)>;
-        if constexpr (std::is_same_v<T, std::vector<std::string>> ||
-                      std::is_same_v<T, IntList> ||
+        if constexpr (std::is_same_v<T, std::vector<std::string>> || std::is_same_v<T, IntList> ||
                       std::is_same_v<T, std::vector<float>> ||
                       std::is_same_v<T, std::vector<bool>>) {
           return held.empty();

@@ -41,7 +41,9 @@ class AttrValue {
   static AttrValue CreateFrom(std::string value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(const char* value) { return AttrValue(std::string(value)); }
   static AttrValue CreateFrom(TensorPtr value) { return AttrValue(std::move(value)); }
-  static AttrValue CreateFrom(const std::vector<int64_t>& value) { return AttrValue(IntList(value)); }
+  static AttrValue CreateFrom(const std::vector<int64_t>& value) {
+    return AttrValue(IntList(value));
+  }
   static AttrValue CreateFrom(IntList value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(std::vector<float> value) { return AttrValue(std::move(value)); }
   static AttrValue CreateFrom(std::vector<bool> value) { return AttrValue(std::move(value)); }
@@ -77,9 +79,9 @@ class AttrValue {
 
  private:
   // The order of the alternatives follows Kind.
-  using Storage = std::variant<std::monostate, std::string, int64_t, float, bool, TensorPtr,
-                               std::vector<std::string>, IntList, std::vector<float>,
-                               std::vector<bool>>;
+  using Storage =
+      std::variant<std::monostate, std::string, int64_t, float, bool, TensorPtr,
+                   std::vector<std::string>, IntList, std::vector<float>, std::vector<bool>>;
 
   template <typename T>
   explicit AttrValue(T&& value) : value_(std::forward<T>(value)) {}

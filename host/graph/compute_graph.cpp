@@ -203,8 +203,7 @@ graphStatus GraphBypasser::ByPassNode(const Node& constNode) const {
   if (connected != 1) return GRAPH_PARAM_INVALID;
 
   for (const auto& anchor : node->OutAnchors()) {
-    const RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> consumers =
-        anchor->GetPeerInDataAnchors();
+    const RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> consumers = anchor->GetPeerInDataAnchors();
     for (const InDataAnchorPtr& consumer : consumers) {
       graphStatus status = GraphUtils::RemoveEdge(*anchor, *consumer);
       if (status == GRAPH_SUCCESS) status = GraphUtils::AddEdge(*source, *consumer);

@@ -232,7 +232,6 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
 
 }  // namespace
 
-
 // Kahn's algorithm over data and control edges; iterative, so deep chains are fine. The nodes
 // of a freshly built graph are numbered 0..N-1 in order of addition, which indexes the counts.
 const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
@@ -398,10 +397,10 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
 
 namespace {
 
+using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 using google::protobuf::io::StringOutputStream;
-using google::protobuf::internal::WireFormatLite;
 
 // ModelDef.graph and GraphDef.op: the repeated fields that hold almost all of a model's bytes.
 constexpr int kBulkField = 2;
@@ -470,8 +469,7 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
 
   std::vector<Span> ops;
   std::string graphRest;
-  if (!graphs.empty() &&
-      !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest)) {
+  if (!graphs.empty() && !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest)) {
     return NotAModel(size);
   }
   auto* graphDef = google::protobuf::Arena::CreateMessage<GraphDef>(&arena);
@@ -484,8 +482,8 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
   if (!graphs.empty()) {
     GraphBuilder builder(ops.size());
     builder.Graph().SetName(graphDef->name());
-    if (LoadAttrs(*graphDef->mutable_attr(), "graph " + Quote(graphDef->name()),
-                  builder.Graph()) != GRAPH_SUCCESS) {
+    if (LoadAttrs(*graphDef->mutable_attr(), "graph " + Quote(graphDef->name()), builder.Graph()) !=
+        GRAPH_SUCCESS) {
       return GRAPH_MODEL_INVALID;
     }
     // Resetting the arena keeps its first block, so ops of ordinary size reuse the same memory.

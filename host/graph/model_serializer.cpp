@@ -14,7 +14,6 @@
 namespace tov {
 namespace {
 
-
 using tesu::proto::AttrDef;
 using tesu::proto::GraphDef;
 using tesu::proto::OpDef;

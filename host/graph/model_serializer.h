@@ -7,15 +7,8 @@
 #include <unordered_map>
 
 #include "graph/compute_graph.h"
+#include "graph/model.h"
 #include "graph/proto/model.pb.h"
-
-namespace google {
-namespace protobuf {
-namespace io {
-class ZeroCopyOutputStream;
-}
-}  // namespace protobuf
-}  // namespace google
 
 namespace tov {
 
@@ -29,8 +22,6 @@ class TensorBytes {
  private:
   Mode mode_;
 };
-
-class Model;
 
 class ModelSerializer {
  public:

@@ -20,8 +20,8 @@
 namespace tov {
 namespace {
 
-using google::protobuf::io::CodedOutputStream;
 using google::protobuf::internal::WireFormatLite;
+using google::protobuf::io::CodedOutputStream;
 
 constexpr auto kVarint = WireFormatLite::WIRETYPE_VARINT;
 constexpr auto kFixed32 = WireFormatLite::WIRETYPE_FIXED32;
@@ -65,7 +65,8 @@ class SizeSink {
 
 class WriteSink {
  public:
-  WriteSink(CodedOutputStream& out, const std::vector<uint32_t>& sizes) : out_(out), sizes_(sizes) {}
+  WriteSink(CodedOutputStream& out, const std::vector<uint32_t>& sizes)
+      : out_(out), sizes_(sizes) {}
   void Tag(uint32_t tag) { out_.WriteTag(tag); }
   void Varint(uint64_t value) { out_.WriteVarint64(value); }
   void Fixed32(uint32_t value) { out_.WriteLittleEndian32(value); }

@@ -38,8 +38,7 @@ LegacyNode::~LegacyNode() {
 
 InDataAnchorPtr LegacyNode::AppendInputAnchor() {
   auto* self = static_cast<Node*>(this);
-  inAnchors_.push_back(
-      MakeShared<InDataAnchor>(arena_, self, static_cast<int>(inAnchors_.size())));
+  inAnchors_.push_back(MakeShared<InDataAnchor>(arena_, self, static_cast<int>(inAnchors_.size())));
   return inAnchors_.back();
 }
 

@@ -123,9 +123,9 @@ class LegacyNode {
   ComputeGraph* graph_ = nullptr;
   Node* prev_ = nullptr;  // neighbours in the graph's node list
   Node* next_ = nullptr;
-  size_t slot_ = 0;  // where the graph keeps its reference to the node
+  size_t slot_ = 0;               // where the graph keeps its reference to the node
   std::string_view indexedName_;  // the key under which the graph indexes the node
-  uint64_t sequence_ = 0;  // order of addition; walks skip nodes added after they began
+  uint64_t sequence_ = 0;         // order of addition; walks skip nodes added after they began
   bool removed_ = false;
 };
 

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <type_traits>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "graph/compute_graph.h"

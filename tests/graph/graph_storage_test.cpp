@@ -10,9 +10,9 @@
 #include <algorithm>
 
 #include "graph/attr_utils.h"
-#include "graph/op_desc_utils.h"
 #include "graph/graph.h"
 #include "graph/model.h"
+#include "graph/op_desc_utils.h"
 #include "model_builder.h"
 
 namespace {
@@ -23,17 +23,8 @@ using testkit::NodeNames;
 using testkit::ProducersOf;
 using Names = std::vector<std::string>;
 
-std::shared_ptr<tov::ComputeGraph> Chain(size_t count) {
-  ModelBuilder model;
-  model.Data("n0");
-  for (size_t i = 1; i < count; ++i) {
-    model.Unary("n" + std::to_string(i), "Relu", "n" + std::to_string(i - 1));
-  }
-  return model.LoadGraph();
-}
-
 TEST(GraphStorageTest, NamesStayFindableWhileMostNodesLeaveAndNamesakesComeAndGo) {
-  auto graph = Chain(3000);
+  auto graph = testkit::ReluChain(3000);
   for (size_t i = 0; i < 3000; i += 3) {
     ASSERT_EQ(graph->RemoveNode(*graph->FindNode("n" + std::to_string(i))), tov::GRAPH_SUCCESS);
   }
@@ -121,7 +112,7 @@ TEST(GraphStorageTest, LongShapesAndListsSurviveCopiesEditsAndASaveLoadRoundTrip
   tov::Shape moved = std::move(copy);
   EXPECT_EQ(moved.GetDimNum(), 11u);
 
-  auto graph = Chain(2);
+  auto graph = testkit::ReluChain(2);
   tov::OpDesc& desc = *graph->FindNode("n1")->GetOpDesc();
   ASSERT_TRUE(tov::AttrUtils::SetListInt(desc, "long", dims));
   ASSERT_TRUE(tov::AttrUtils::SetListInt(desc, "short", {1, 2}));

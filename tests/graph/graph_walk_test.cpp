@@ -7,18 +7,8 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// n0 -> n1 -> ... -> n(length-1)
-std::shared_ptr<tov::ComputeGraph> Chain(int length) {
-  testkit::ModelBuilder model;
-  model.Data("n0");
-  for (int i = 1; i < length; ++i) {
-    model.Unary("n" + std::to_string(i), "Relu", "n" + std::to_string(i - 1));
-  }
-  return model.LoadGraph();
-}
-
 TEST(GraphWalkTest, ReturnsTheFirstNonZeroStatusAndStops) {
-  auto graph = Chain(4);
+  auto graph = testkit::ReluChain(4);
   Names seen;
   auto status = graph->ROLE(GraphListWalker).WalkAllNodes([&](tov::Node& node) -> uint32_t {
     seen.push_back(node.GetName());
@@ -30,7 +20,7 @@ TEST(GraphWalkTest, ReturnsTheFirstNonZeroStatusAndStops) {
 
 // The action may remove its own node or a later one; filtered-out nodes get no action.
 TEST(GraphWalkTest, ActionMayRemoveItsOwnNodeOrALaterOne) {
-  auto graph = Chain(6);
+  auto graph = testkit::ReluChain(6);
   Names seen;
   const auto status =
       graph->ROLE(GraphListWalker)
@@ -48,7 +38,7 @@ TEST(GraphWalkTest, ActionMayRemoveItsOwnNodeOrALaterOne) {
 }
 
 TEST(GraphWalkTest, NodesAddedDuringTheWalkAreNotVisited) {
-  auto graph = Chain(3);
+  auto graph = testkit::ReluChain(3);
   Names seen;
   graph->ROLE(GraphListWalker)
       .WalkAllNodesModifiable(

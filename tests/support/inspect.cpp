@@ -66,8 +66,8 @@ void WriteValue(std::ostream& out, bool value) {
 }
 // Integer lists are held in their own inline list type; every other list in a vector.
 template <typename T>
-using HeldList = std::conditional_t<std::is_same_v<T, int64_t>, tov::AttrValue::IntList,
-                                    std::vector<T>>;
+using HeldList =
+    std::conditional_t<std::is_same_v<T, int64_t>, tov::AttrValue::IntList, std::vector<T>>;
 
 template <typename T>
 bool WriteList(std::ostream& out, const tov::AttrValue& value) {
@@ -102,6 +102,15 @@ std::string AttrsText(const tov::OpDesc& desc) {
     }
   }
   return out.str();
+}
+
+std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length) {
+  ModelBuilder model;
+  model.Data("n0");
+  for (size_t i = 1; i < length; ++i) {
+    model.Unary("n" + std::to_string(i), "Relu", "n" + std::to_string(i - 1));
+  }
+  return model.LoadGraph();
 }
 
 }  // namespace testkit

@@ -19,6 +19,9 @@ namespace testkit {
 using modelkit::ModelBuilder;
 using modelkit::OpBuilder;
 
+// n0 -> n1 -> ... -> n(length-1): a Data node followed by a chain of Relu nodes.
+std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length);
+
 // Inspection helpers.
 size_t CountByType(const tov::ComputeGraph& graph, const std::string& type);
 std::map<std::string, size_t> CountTypes(const tov::ComputeGraph& graph);
