@@ -70,7 +70,9 @@ class WriteSink {
   void Tag(uint32_t tag) { out_.WriteTag(tag); }
   void Varint(uint64_t value) { out_.WriteVarint64(value); }
   void Fixed32(uint32_t value) { out_.WriteLittleEndian32(value); }
-  void Raw(const void* data, size_t size) { out_.WriteRaw(data, static_cast<int>(size)); }
+  void Raw(const void* data, size_t size) {
+    if (size > 0) out_.WriteRaw(data, static_cast<int>(size));  // an empty view may be null
+  }
   void Begin() { out_.WriteVarint32(sizes_[next_++]); }
   void End() {}
 

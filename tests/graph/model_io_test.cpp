@@ -14,7 +14,8 @@ namespace {
 using testkit::LogCapture;
 using testkit::ModelBuilder;
 
-// A model that uses every attribute kind, weights, a control edge and graph/model attributes.
+// A model that uses every attribute kind, weights, a control edge, an unconnected input before a
+// connected one, and graph/model attributes.
 constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"s": "tests"}},
   "graph": [{"name": "g", "attr": {"opset": {"i": 5}}, "op": [
     {"name": "in", "type": "Data", "input_desc": [{"dtype": 1, "shape": [1, -1, 4]}],
@@ -27,8 +28,8 @@ constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"
      "attr": {"s": {"s": "text"}, "i": {"i": -5}, "f": {"f": 1.5}, "b": {"b": true},
               "li": {"list": {"i": [1, -2, 1099511627776]}}, "lf": {"list": {"f": [0.25]}},
               "ls": {"list": {"s": ["a", "b"]}}, "empty": {"list": {}}}},
-    {"name": "flags", "type": "Custom", "input": ["op:1", "in:-1"],
-     "input_desc": [{"dtype": 9, "shape": [3]}], "attr": {"lb": {"list": {"b": [true, false]}}}}
+    {"name": "flags", "type": "Custom", "input": ["", "op:1", "in:-1"],
+     "input_desc": [{}, {"dtype": 9, "shape": [3]}], "attr": {"lb": {"list": {"b": [true, false]}}}}
   ]}]})";
 
 tov::graphStatus Load(tov::Model& model, const std::string& bytes) {
