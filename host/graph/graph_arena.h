@@ -27,27 +27,24 @@ namespace tov {
 
 // Hands out memory from blocks of a fixed size taken from the heap, and gives the blocks back
 // only when it is destroyed. Unlike a geometrically growing buffer, it never holds more than one
-// block's worth of memory it has not handed out.
+// block's worth of memory it has not handed out. Blocks are huge-page sized and aligned, and the
+// kernel is asked to back them with huge pages, so a large graph touches a few thousand pages
+// rather than hundreds of thousands.
 class BlockResource : public std::pmr::memory_resource {
  public:
   BlockResource() = default;
   BlockResource(const BlockResource&) = delete;
   BlockResource& operator=(const BlockResource&) = delete;
-  ~BlockResource() override {
-    for (void* block : blocks_) ::operator delete(block);
-  }
+  ~BlockResource() override;
 
  private:
-  static constexpr size_t kBlockBytes = 1 << 20;
+  static constexpr size_t kBlockBytes = 2 << 20;
 
   void* do_allocate(size_t bytes, size_t alignment) override {
     size_t offset = (used_ + alignment - 1) & ~(alignment - 1);
     if (current_ == nullptr || offset + bytes > capacity_) {
-      capacity_ = std::max(kBlockBytes, bytes + alignment);
-      current_ = static_cast<char*>(::operator new(capacity_));
-      blocks_.push_back(current_);
-      offset = (reinterpret_cast<uintptr_t>(current_) + alignment - 1) / alignment * alignment -
-               reinterpret_cast<uintptr_t>(current_);
+      NewBlock(bytes + alignment);
+      offset = 0;
     }
     used_ = offset + bytes;
     return current_ + offset;
@@ -56,6 +53,7 @@ class BlockResource : public std::pmr::memory_resource {
   bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override {
     return this == &other;
   }
+  void NewBlock(size_t atLeast);
 
   std::vector<void*> blocks_;
   char* current_ = nullptr;
