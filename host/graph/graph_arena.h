@@ -27,9 +27,7 @@ namespace tov {
 
 // Hands out memory from blocks of a fixed size taken from the heap, and gives the blocks back
 // only when it is destroyed. Unlike a geometrically growing buffer, it never holds more than one
-// block's worth of memory it has not handed out. Blocks are huge-page sized and aligned, and the
-// kernel is asked to back them with huge pages, so a large graph touches a few thousand pages
-// rather than hundreds of thousands.
+// block's worth of memory it has not handed out.
 class BlockResource : public std::pmr::memory_resource {
  public:
   BlockResource() = default;
@@ -41,13 +39,15 @@ class BlockResource : public std::pmr::memory_resource {
   static constexpr size_t kBlockBytes = 2 << 20;
 
   void* do_allocate(size_t bytes, size_t alignment) override {
-    size_t offset = (used_ + alignment - 1) & ~(alignment - 1);
-    if (current_ == nullptr || offset + bytes > capacity_) {
-      NewBlock(bytes + alignment);
-      offset = 0;
-    }
+    if (current_ == nullptr || Aligned(alignment) + bytes > capacity_) NewBlock(bytes + alignment);
+    const size_t offset = Aligned(alignment);
     used_ = offset + bytes;
     return current_ + offset;
+  }
+  // The first offset at or after used_ whose address has that alignment.
+  size_t Aligned(size_t alignment) const {
+    const uintptr_t at = reinterpret_cast<uintptr_t>(current_) + used_;
+    return used_ + ((alignment - at % alignment) % alignment);
   }
   void do_deallocate(void*, size_t, size_t) override {}
   bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override {
