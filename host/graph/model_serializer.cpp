@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 
 #include "graph/attr_utils.h"
 #include "graph/graph.h"
@@ -89,6 +87,19 @@ void TensorBytes::Fill(const Tensor& tensor, std::string& data) const {
   if (mode_ == Mode::kCopy) data.assign(tensor.GetData().View());
 }
 
+graphStatus ModelSerializer::CheckNamesUnique(const ComputeGraph& graph) {
+  if (!graph.HasNamesakes()) return GRAPH_SUCCESS;
+  const std::string* shared = nullptr;
+  graph.ForEachNode([&](Node& node) {
+    if (shared == nullptr && graph.FindNodeRaw(node.GetName()) != &node) shared = &node.GetName();
+  });
+  AI_Log_Print(AI_LOG_ERROR, kModule,
+               "cannot save graph \"%s\": two nodes are named \"%s\"; inputs name their "
+               "producers, so names must be unique",
+               graph.GetName().c_str(), shared == nullptr ? "" : shared->c_str());
+  return GRAPH_FAILED;
+}
+
 void ModelSerializer::SaveAttrs(const AttrHolder& holder,
                                 google::protobuf::Map<std::string, AttrDef>& attrs,
                                 TensorBytes& tensorBytes) {
@@ -100,21 +111,10 @@ void ModelSerializer::SaveAttrs(const AttrHolder& holder,
 graphStatus ModelSerializer::SaveGraph(const ComputeGraph& graph, GraphDef& graphDef,
                                        TensorBytes& tensorBytes) {
   graphDef.set_name(graph.GetName());
+  if (CheckNamesUnique(graph) != GRAPH_SUCCESS) return GRAPH_FAILED;
   SaveAttrs(graph, *graphDef.mutable_attr(), tensorBytes);
-  std::unordered_set<std::string_view> names;
-  names.reserve(graph.GetNodesSize());
   graphDef.mutable_op()->Reserve(static_cast<int>(graph.GetNodesSize()));
-  graphStatus status = GRAPH_SUCCESS;
   graph.ForEachNode([&](Node& node) {
-    if (status != GRAPH_SUCCESS) return;
-    if (!names.insert(node.GetName()).second) {
-      AI_Log_Print(AI_LOG_ERROR, kModule,
-                   "cannot save graph \"%s\": two nodes are named \"%s\"; inputs name their "
-                   "producers, so names must be unique",
-                   graph.GetName().c_str(), node.GetName().c_str());
-      status = GRAPH_FAILED;
-      return;
-    }
     OpDef& op = *graphDef.add_op();
     const OpDesc& desc = *node.GetOpDesc();
     op.set_name(desc.GetName());
@@ -142,7 +142,7 @@ graphStatus ModelSerializer::SaveGraph(const ComputeGraph& graph, GraphDef& grap
     }
     for (bool flag : desc.GetIsInputConst()) op.add_is_input_const(flag);
   });
-  return status;
+  return GRAPH_SUCCESS;
 }
 
 }  // namespace tov

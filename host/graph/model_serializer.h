@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "graph/compute_graph.h"
 #include "graph/model.h"
@@ -39,6 +38,9 @@ class ModelSerializer {
                                std::shared_ptr<ComputeGraph>& graph);
   static graphStatus SaveGraph(const ComputeGraph& graph, tesu::proto::GraphDef& graphDef,
                                TensorBytes& tensorBytes);
+  // Inputs name their producers, so a graph is saved only while its node names are unique; logs
+  // the first shared name otherwise.
+  static graphStatus CheckNamesUnique(const ComputeGraph& graph);
 
   // Attribute maps of models and graphs; `owner` names the holder in error messages.
   static graphStatus LoadAttrs(google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,

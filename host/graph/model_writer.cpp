@@ -256,28 +256,12 @@ class ModelWalk {
   Sink& sink_;
 };
 
-// The first name that two nodes share, or null.
-const std::string* SharedName(const ComputeGraph& graph) {
-  const std::string* shared = nullptr;
-  graph.ForEachNode([&](Node& node) {
-    if (shared == nullptr && graph.FindNodeRaw(node.GetName()) != &node) shared = &node.GetName();
-  });
-  return shared;
-}
-
 }  // namespace
 
 graphStatus ModelSerializer::WriteModel(const Model& model,
                                         google::protobuf::io::ZeroCopyOutputStream& stream) {
   const std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(model.GetGraph());
-  if (graph != nullptr && graph->HasNamesakes()) {
-    const std::string* shared = SharedName(*graph);
-    AI_Log_Print(AI_LOG_ERROR, "GRAPH",
-                 "cannot save graph \"%s\": two nodes are named \"%s\"; inputs name their "
-                 "producers, so names must be unique",
-                 graph->GetName().c_str(), shared == nullptr ? "" : shared->c_str());
-    return GRAPH_FAILED;
-  }
+  if (graph != nullptr && CheckNamesUnique(*graph) != GRAPH_SUCCESS) return GRAPH_FAILED;
   std::vector<uint32_t> sizes;
   SizeSink measure(sizes);
   ModelWalk<SizeSink>(measure).Model(model, graph.get());
