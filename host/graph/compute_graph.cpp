@@ -13,7 +13,8 @@ LegacyGraph::~LegacyGraph() {
   // Nodes that someone still holds outlive the graph: they leave it without edges, so that they
   // point at no node that is gone. Every other node just goes, in one sweep, without edges being
   // taken apart one by one.
-  for (Node* node = first_; node != nullptr; node = node->next_) {
+  for (Node *node = first_, *next = nullptr; node != nullptr; node = next) {
+    next = node->next_;  // read first: a survivor leaves the list below
     if (owned_[node->slot_].use_count() == 1) continue;
     for (auto& anchor : node->inAnchors_) {
       if (OutDataAnchor* peer = anchor->peer_) peer->Unlink(*anchor);

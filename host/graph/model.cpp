@@ -1,9 +1,5 @@
 #include "graph/model.h"
 
-#include <climits>
-
-#include <google/protobuf/arena.h>
-#include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
 #include "graph/model_serializer.h"

@@ -79,6 +79,7 @@ TEST(GraphStorageTest, EdgesOfAWideOutputKeepTheirOrderAndLeaveWithTheirNode) {
 
 TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinked) {
   tov::NodePtr held;
+  tov::NodePtr heldLater;  // a second survivor, listed after the first
   tov::InDataAnchorPtr heldInput;
   tov::TensorPtr weight;
   {
@@ -87,8 +88,10 @@ TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinke
     model.ConstFloat("w", {1.0f, 2.0f});
     model.Op("mid", "Add").Input("x").Input("w").InputDesc({1}).InputDesc({2}).Output();
     model.Unary("out", "Relu", "mid");
+    model.Unary("tail", "Relu", "out");
     auto graph = model.LoadGraph();
     held = graph->FindNode("mid");
+    heldLater = graph->FindNode("tail");
     heldInput = graph->FindNode("out")->GetInDataAnchor(0);
     weight = tov::OpDescUtils::MutableWeights(*held)[0];
   }
@@ -96,6 +99,8 @@ TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinke
   EXPECT_EQ(held->GetOwnerComputeGraph(), nullptr);
   EXPECT_EQ(held->ROLE(NodeSpec).InDataEdgeSize(), 0u);
   EXPECT_EQ(held->ROLE(NodeSpec).OutDataEdgeSize(), 0u);
+  EXPECT_EQ(heldLater->GetOwnerComputeGraph(), nullptr);
+  EXPECT_EQ(heldLater->ROLE(NodeSpec).InDataEdgeSize(), 0u);
   EXPECT_EQ(heldInput->GetPeerOutAnchor(), nullptr);
   EXPECT_EQ(heldInput->GetOwnerNode(), nullptr);
   ASSERT_EQ(weight->GetData().GetSize(), 8u);
