@@ -282,7 +282,12 @@ class ModelSerializer::GraphBuilder {
     nodes_.reserve(expectedOps);
   }
 
-  ComputeGraph& Graph() { return *graph_; }
+  // Takes the graph's name and attributes from `header` (its ops are added one by one). Logs
+  // and returns GRAPH_MODEL_INVALID when an attribute is malformed.
+  graphStatus Begin(GraphDef& header) {
+    graph_->SetName(header.name());
+    return LoadAttrs(*header.mutable_attr(), "graph " + Quote(header.name()), *graph_);
+  }
 
   // Adds the op's node; the message's strings are moved out. Logs and returns
   // GRAPH_MODEL_INVALID when the op is malformed.
@@ -385,10 +390,7 @@ class ModelSerializer::GraphBuilder {
 
 graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<ComputeGraph>& graph) {
   GraphBuilder builder(static_cast<size_t>(graphDef.op_size()));
-  builder.Graph().SetName(graphDef.name());
-  if (LoadAttrs(*graphDef.mutable_attr(), "graph " + Quote(graphDef.name()), builder.Graph())) {
-    return GRAPH_MODEL_INVALID;
-  }
+  if (builder.Begin(graphDef) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
   for (OpDef& op : *graphDef.mutable_op()) {
     if (builder.AddOp(op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
   }
@@ -481,11 +483,7 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
   }
   if (!graphs.empty()) {
     GraphBuilder builder(ops.size());
-    builder.Graph().SetName(graphDef->name());
-    if (LoadAttrs(*graphDef->mutable_attr(), "graph " + Quote(graphDef->name()), builder.Graph()) !=
-        GRAPH_SUCCESS) {
-      return GRAPH_MODEL_INVALID;
-    }
+    if (builder.Begin(*graphDef) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     // Resetting the arena keeps its first block, so ops of ordinary size reuse the same memory.
     constexpr size_t kFirstBlockBytes = 256 * 1024;
     std::unique_ptr<char[]> firstBlock(new char[kFirstBlockBytes]);
