@@ -52,16 +52,6 @@ class SmallVector {
     std::copy(first, last, data());
     size_ = count;
   }
-  void push_back(T value) {
-    if (size_ == Capacity()) Reserve(size_ == 0 ? N : size_ * 2);
-    data()[size_++] = value;
-  }
-  void resize(size_t count, T value = T()) {
-    Reserve(count);
-    for (size_t i = size_; i < count; ++i) data()[i] = value;
-    size_ = count;
-  }
-  void clear() { size_ = 0; }
 
   size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
