@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "graph/shape_math.h"
+
 namespace tesu {
 namespace cli {
 namespace {
@@ -149,6 +151,9 @@ std::string ParseInputShapes(const std::string& text,
     std::vector<int64_t> dims;
     std::string reason = ParseIntList<int64_t>(value, "dimension", -1, dims);
     if (!reason.empty()) return reason + " in the shape of " + Quote(name);
+    // A shape that no tensor could have is refused here rather than reaching the graph.
+    const tov::ShapeSize size = tov::CheckedElementCount(dims, tov::UnknownDims::kSkip);
+    if (!size.ok()) return Quote(name) + " " + tov::DescribeShapeFault(size, dims, tov::DT_FLOAT);
     out[name] = std::move(dims);
     return std::string();
   });

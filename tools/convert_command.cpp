@@ -64,12 +64,27 @@ std::shared_ptr<ModelParser> ObtainParser(const CliOptions& options, std::ostrea
   return parser;
 }
 
-// An output must never replace the model being read.
-bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
+// Prints why the model file was refused before any parser saw it; returns the exit status. A
+// file that holds no model names the status, as a parser's refusal does.
+int ModelRefused(const std::string& file, const std::string& error, int failure,
+                 std::ostream& err) {
+  err << kProgram << "cannot read " << file << ": " << error;
+  if (failure != kFailure) err << " (status " << failure << ")";
+  err << "\n";
+  return failure;
+}
+
+// Every file a conversion may write, the report included.
+std::vector<OutputFile> AllOutputs(const CliOptions& options) {
   std::vector<OutputFile> outputs = PlannedOutputs(options);
   if (!options.reportFile.empty())
     outputs.push_back({"report", "--report", options.reportFile, {}});
-  for (const OutputFile& output : outputs) {
+  return outputs;
+}
+
+// An output must never replace the model being read.
+bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
+  for (const OutputFile& output : AllOutputs(options)) {
     std::error_code ec;
     if (std::filesystem::equivalent(options.modelFile, output.path, ec) && !ec) {
       err << kProgram << output.flag << " " << output.path << " would overwrite the input model\n";
@@ -77,6 +92,34 @@ bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
     }
   }
   return false;
+}
+
+// Each output must be able to exist: its path names no directory and its directory exists.
+// Checked before anything is read, so a mistyped path does not cost a whole conversion.
+bool OutputPathsUsable(const std::vector<OutputFile>& outputs, std::ostream& err) {
+  namespace fs = std::filesystem;
+  for (const OutputFile& output : outputs) {
+    const fs::path path(output.path);
+    std::error_code ec;
+    std::string problem;
+    if (!path.has_filename() || fs::is_directory(path, ec)) {
+      problem = "names a directory, not a file";
+    } else {
+      const fs::path dir = path.has_parent_path() ? path.parent_path() : fs::path(".");
+      const fs::file_status status = fs::status(dir, ec);
+      if (!fs::exists(status)) {
+        problem = "is in directory " + dir.string() + ", which does not exist";
+      } else if (!fs::is_directory(status)) {
+        problem = "is in " + dir.string() + ", which is not a directory";
+      }
+    }
+    if (!problem.empty()) {
+      err << kProgram << "cannot write " << output.what << " " << output.path << ": it " << problem
+          << "\n";
+      return false;
+    }
+  }
+  return true;
 }
 
 int ListFrameworks(const CliOptions& options, std::ostream& out, std::ostream& err) {
@@ -113,6 +156,14 @@ int DumpJson(const CliOptions& options, std::ostream& out, std::ostream& err) {
     err << kProgram << "--json " << options.jsonFile << " would overwrite the input model\n";
     return kUsageError;
   }
+  InputFile model;
+  bool json = false;
+  std::string error;
+  int failure = kFailure;
+  if (!OpenModelFile(options.modelFile, model, json, error, failure)) {
+    return ModelRefused(options.modelFile, error, failure, err);
+  }
+  if (!OutputPathsUsable({{"json", "--json", options.jsonFile, {}}}, err)) return kFailure;
   std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
   if (parser == nullptr) return kFailure;
   const Status status = parser->ToJson(options.modelFile.c_str(), options.jsonFile.c_str());
@@ -237,6 +288,7 @@ void PrintSteps(const CliOptions& options, std::vector<Profiler::Step>& steps, s
 
 int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   if (WouldOverwriteInput(options, err)) return kUsageError;
+  if (!OutputPathsUsable(AllOutputs(options), err)) return kFailure;
   // The report shows the same timed steps as --profile.
   if (!options.reportFile.empty()) Profiler::Enable(true);
   std::vector<Profiler::Step> steps;
@@ -244,9 +296,9 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   std::string error;
   {
     ProfileScope step("read model");
-    if (!ReadModelFile(options.modelFile, bytes, error)) {
-      err << kProgram << "cannot read " << options.modelFile << ": " << error << "\n";
-      return kFailure;
+    int failure = kFailure;
+    if (!ReadModelFile(options.modelFile, bytes, error, failure)) {
+      return ModelRefused(options.modelFile, error, failure, err);
     }
   }
   Summary summary{options.modelFile, {}, {}, {}};

@@ -10,6 +10,9 @@ namespace cli {
 
 // Any failure that is not a parser's own status.
 constexpr int kFailure = 1;
+// A file that holds no model, found before the parser sees it: the status the graph library
+// gives a malformed model, so the exit status does not depend on who noticed.
+constexpr int kNotAModel = 13;
 
 // A parser's status as an exit status: the status itself when it fits (1-255), else kFailure.
 inline int ExitCodeFor(Status status) {

@@ -5,14 +5,26 @@
 #include <cstddef>
 #include <string>
 
+#include "exit_status.h"
+#include "framework/input_file.h"
+
 namespace tesu {
 namespace cli {
 
-// Reads `path` into serialised ModelDef bytes. A file whose first non-blank byte is '{' is the
-// model's JSON form: it is parsed with protobuf's JSON mapping and serialised again. The file is
-// only read. False, with the reason in `error`, when it cannot be read or its JSON is invalid;
-// binary content is not validated here, the parser does that.
-bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error);
+// Opens the model file and checks, reading as little as it can, that it may hold a model: a
+// regular file, not empty, of at most tov::kMaxModelBytes, and either the JSON form (`json`) or
+// framed at its top level as a serialised message. False otherwise, with the reason in `error`
+// and the exit status that reports it in `failure`: kFailure when the file cannot be read,
+// kNotAModel when its bytes are no model.
+bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::string& error,
+                   int& failure);
+
+// Reads `path` into serialised ModelDef bytes, after the checks of OpenModelFile. A file whose
+// first non-blank byte is '{' is the model's JSON form: it is parsed with protobuf's JSON mapping
+// and serialised again. The file is only read. False, with `error` and `failure` as above, when
+// it cannot be read, is no model or its JSON is invalid; binary content past its framing is not
+// validated here, the parser does that.
+bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure);
 
 // True when model bytes are the JSON form: their first non-blank byte is '{'.
 bool IsJsonModel(const char* data, size_t size);

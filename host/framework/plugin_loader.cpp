@@ -69,7 +69,14 @@ bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& 
   std::error_code ec;
   std::vector<fs::path> libraries;
   for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
-    if (IsPluginFileName(it->path().filename().string())) libraries.push_back(it->path());
+    if (!IsPluginFileName(it->path().filename().string())) continue;
+    // Only regular files are loaded: opening a FIFO named like a library would block.
+    std::error_code kind;
+    if (it->is_regular_file(kind)) {
+      libraries.push_back(it->path());
+    } else {
+      result.errors.push_back(it->path().string() + ": not a regular file");
+    }
   }
   if (ec) {
     error = "cannot list plug-in directory " + dir + ": " + ec.message();

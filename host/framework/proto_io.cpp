@@ -6,8 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +13,8 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/util/json_util.h>
 
+#include "framework/input_file.h"
+#include "graph/model_limits.h"
 #include "log/log.h"
 
 namespace tesu {
@@ -87,31 +87,27 @@ void StripFields(google::protobuf::Message& message, const std::set<std::string>
 }  // namespace
 
 bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& error) {
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) {
-    error = std::strerror(errno);
-    return false;
-  }
-  // One read into a buffer of the file's size: no regrowth, no second copy.
-  const std::streamoff size = in.tellg();
-  in.seekg(0);
-  if (size < 0 || !in) {
-    error = "cannot tell the file's size";
-    return false;
-  }
-  bytes.resize(static_cast<size_t>(size));
-  if (size > 0 && !in.read(&bytes[0], size)) {
-    error = "read error";
-    return false;
-  }
-  return true;
+  InputFile file;
+  return file.Open(path, tov::kMaxModelBytes, error) && file.ReadAll(bytes, error);
 }
 
 bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message) {
   if (file == nullptr || message == nullptr) return false;
+  // The framing is checked before the file is read, so a large file that is not a message is
+  // refused without reading it.
+  InputFile input;
   std::string bytes;
   std::string error;
-  if (!ReadFileBytes(file, bytes, error)) {
+  if (!input.Open(file, tov::kMaxModelBytes, error)) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot read %s: %s", file, error.c_str());
+    return false;
+  }
+  if (!CheckMessageFraming(input, error)) {
+    AI_Log_Print(AI_LOG_ERROR, kModule, "%s does not hold a serialised %s: %s", file,
+                 message->GetTypeName().c_str(), error.c_str());
+    return false;
+  }
+  if (!input.ReadAll(bytes, error)) {
     AI_Log_Print(AI_LOG_ERROR, kModule, "cannot read %s: %s", file, error.c_str());
     return false;
   }

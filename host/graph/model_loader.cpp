@@ -17,7 +17,9 @@
 #include "graph/attr_utils.h"
 #include "graph/graph.h"
 #include "graph/model.h"
+#include "graph/model_limits.h"
 #include "graph/op_desc_utils.h"
+#include "graph/shape_math.h"
 #include "log/log.h"
 
 namespace tov {
@@ -55,14 +57,15 @@ std::string NodeSubject(const OpDef& op) {
   return "node " + Quote(op.name()) + " (" + (op.type().empty() ? "no type" : op.type()) + ")";
 }
 
+// A description must describe a tensor that could exist: a sane rank, no dimension below -1,
+// and known dimensions whose product, in elements and in bytes, fits in 64 bits.
 template <typename What>
 graphStatus LoadDesc(const TensorDescriptor& def, const What& what, TensorDesc& desc,
                      LoadError& error) {
-  for (int64_t dim : def.shape()) {
-    if (dim < -1) {
-      return error.Fail(what() + " has dimension " + std::to_string(dim) +
-                        " (only -1 may stand for an unknown size)");
-    }
+  const DimsView dims(def.shape().data(), static_cast<size_t>(def.shape_size()));
+  const ShapeSize size = CheckedByteSize(dims, def.dtype(), UnknownDims::kSkip);
+  if (!size.ok() && size.fault != ShapeFault::kUnknownDataType) {
+    return error.Fail(what() + " " + DescribeShapeFault(size, dims, def.dtype()));
   }
   desc.MutableShape() = Shape(def.shape().begin(), def.shape().end());
   desc.SetDataType(static_cast<DataType>(def.dtype()));
@@ -71,6 +74,8 @@ graphStatus LoadDesc(const TensorDescriptor& def, const What& what, TensorDesc& 
   return GRAPH_SUCCESS;
 }
 
+// Tensor data must be exactly what the shape and data type need; a tensor without data only
+// needs a description that could exist.
 template <typename What>
 graphStatus LoadTensor(TensorDef& def, const What& what, GraphArena* arena, TensorPtr& tensor,
                        LoadError& error) {
@@ -78,20 +83,19 @@ graphStatus LoadTensor(TensorDef& def, const What& what, GraphArena* arena, Tens
   if (LoadDesc(def.desc(), what, desc, error) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
   const std::string& data = def.data();
   if (!data.empty()) {
-    const size_t elementSize = DataTypeSize(desc.GetDataType());
-    if (elementSize == 0) {
-      return error.Fail(what() + " has unknown data type " + std::to_string(desc.GetDataType()));
+    const DimsView dims(desc.GetShape());
+    const ShapeSize size = CheckedByteSize(dims, desc.GetDataType());
+    if (!size.ok()) {
+      // The description passed LoadDesc: only an unknown dimension or data type is left.
+      return error.Fail(what() + " holds " + std::to_string(data.size()) +
+                        " bytes of data, which need a known shape and data type, but it " +
+                        DescribeShapeFault(size, dims, desc.GetDataType()));
     }
-    int64_t count = 0;
-    if (!desc.GetShape().GetShapeSize(count) ||
-        static_cast<uint64_t>(count) > UINT64_MAX / elementSize) {
-      return error.Fail(what() + " has a shape whose element count is negative or overflows");
-    }
-    const uint64_t expected = static_cast<uint64_t>(count) * elementSize;
-    if (expected != data.size()) {
+    if (static_cast<uint64_t>(size.value) != data.size()) {
       return error.Fail(what() + " holds " + std::to_string(data.size()) +
                         " bytes but its shape and " + DataTypeName(desc.GetDataType()) +
-                        " data type need " + std::to_string(expected));
+                        " data type need " + std::to_string(size.value) + " (shape " +
+                        ShapeText(dims) + ")");
     }
   }
   tensor = MakeShared<Tensor>(arena, desc);
@@ -159,6 +163,11 @@ graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, cons
   AttrHolder::AttrList list = holder.NewAttrList();
   list.reserve(attrs.size() + 2);
   for (auto& entry : attrs) {
+    if (entry.first.size() > kMaxNameBytes) {
+      return error.Fail(owner() + " has an attribute name of " +
+                        std::to_string(entry.first.size()) + " bytes, more than the " +
+                        std::to_string(kMaxNameBytes) + " a name may have");
+    }
     AttrValue value;
     const auto what = [&] { return "attribute " + Quote(entry.first) + " of " + owner(); };
     if (LoadAttr(entry.second, what, arena, value, error) != GRAPH_SUCCESS) {
@@ -292,6 +301,7 @@ class ModelSerializer::GraphBuilder {
   // Adds the op's node; the message's strings are moved out. Logs and returns
   // GRAPH_MODEL_INVALID when the op is malformed.
   graphStatus AddOp(OpDef& op) {
+    if (CheckLimits(op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     OpDescPtr desc;
     const size_t nameHash = NameIndex::Hash(op.name());
     if (op.name().empty()) {
@@ -345,6 +355,24 @@ class ModelSerializer::GraphBuilder {
 
   static std::string Subject(const Node& node) {
     return "node " + Quote(node.GetName()) + " (" + node.GetType() + ")";
+  }
+
+  // The node count and the lengths of the op's names. The node is named by its position, since
+  // its name may be the overlong one.
+  graphStatus CheckLimits(const OpDef& op) {
+    if (nodes_.size() >= kMaxGraphNodes) {
+      error_.Fail("the graph has more than " + std::to_string(kMaxGraphNodes) +
+                  " nodes, the most a model may have");
+    }
+    size_t longest = std::max(op.name().size(), op.type().size());
+    for (const std::string& input : op.input()) longest = std::max(longest, input.size());
+    if (longest > kMaxNameBytes) {
+      error_.Fail("a name, type or input of " + std::to_string(longest) +
+                  " bytes is longer than the " + std::to_string(kMaxNameBytes) +
+                  " a name may have");
+    }
+    if (!error_.failed) return GRAPH_SUCCESS;
+    return Reject("node " + std::to_string(nodes_.size()) + " of the graph");
   }
 
   graphStatus Reject(const std::string& subject) {
@@ -414,9 +442,10 @@ struct Span {
 
 // Splits a serialised message: the length-delimited occurrences of field `field`, up to `most`
 // of them, are collected as spans; every other field is copied to `rest` exactly as it stands,
-// for protobuf to parse. False when the bytes are not a well-formed message.
+// for protobuf to parse. False when the bytes are not a well-formed message, and as soon as
+// more than `refuseAbove` spans are collected, before the rest of the bytes is looked at.
 bool SplitFields(const uint8_t* data, int size, size_t most, std::vector<Span>& spans,
-                 std::string& rest) {
+                 std::string& rest, size_t refuseAbove = SIZE_MAX) {
   CodedInputStream input(data, size);
   StringOutputStream restStream(&rest);
   CodedOutputStream restOut(&restStream);
@@ -431,6 +460,7 @@ bool SplitFields(const uint8_t* data, int size, size_t most, std::vector<Span>& 
       const int start = input.CurrentPosition();
       if (!input.Skip(static_cast<int>(length))) return false;
       spans.push_back({data + start, static_cast<int>(length)});
+      if (spans.size() > refuseAbove) return false;
     } else if (!WireFormatLite::SkipField(&input, tag, &restOut)) {
       return false;
     }
@@ -454,7 +484,7 @@ graphStatus NotAModel(size_t size) {
 }  // namespace
 
 graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& model) {
-  if (size > static_cast<size_t>(INT_MAX)) {
+  if (size > kMaxModelBytes) {
     AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %zu bytes is more than a model may hold",
                  size);
     return GRAPH_MODEL_INVALID;
@@ -471,8 +501,13 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
 
   std::vector<Span> ops;
   std::string graphRest;
-  if (!graphs.empty() && !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest)) {
-    return NotAModel(size);
+  if (!graphs.empty() &&
+      !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest, kMaxGraphNodes)) {
+    if (ops.size() <= kMaxGraphNodes) return NotAModel(size);
+    AI_Log_Print(AI_LOG_ERROR, kModule,
+                 "model rejected: the graph has more than %zu nodes, the most a model may have",
+                 kMaxGraphNodes);
+    return GRAPH_MODEL_INVALID;
   }
   auto* graphDef = google::protobuf::Arena::CreateMessage<GraphDef>(&arena);
   if (!graphDef->ParseFromString(graphRest)) return NotAModel(size);

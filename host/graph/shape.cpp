@@ -1,5 +1,7 @@
 #include "graph/shape.h"
 
+#include "graph/shape_math.h"
+
 namespace tov {
 
 graphStatus Shape::SetDim(size_t index, int64_t value) {
@@ -9,13 +11,9 @@ graphStatus Shape::SetDim(size_t index, int64_t value) {
 }
 
 bool Shape::GetShapeSize(int64_t& count) const {
-  int64_t product = 1;
-  for (int64_t dim : dims_) {
-    if (dim < 0) return false;
-    if (dim != 0 && product > INT64_MAX / dim) return false;
-    product *= dim;
-  }
-  count = product;
+  const ShapeSize size = CheckedElementCount(*this);
+  if (!size.ok()) return false;
+  count = size.value;
   return true;
 }
 

@@ -28,8 +28,8 @@ class Shape {
   // The dimensions in place; they convert to a std::vector where one is needed.
   const Dims& GetDims() const { return dims_; }
 
-  // Element count of a fully known shape. False when a dimension is negative or the product
-  // does not fit in 64 bits.
+  // Element count of a fully known shape. False when a dimension is negative, the product does
+  // not fit in 64 bits or there are more dimensions than a shape may have (shape_math.h).
   bool GetShapeSize(int64_t& count) const;
 
   bool operator==(const Shape& other) const { return dims_ == other.dims_; }

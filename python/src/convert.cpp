@@ -74,13 +74,14 @@ struct ModelSource {
   const char* data = nullptr;
   size_t size = 0;
   std::string owned;
+  int failure = tesu::cli::kFailure;  // the exit status of a refused file
 
   std::string Label() const { return path.empty() ? std::string("<bytes>") : path; }
 
   // Reads the file, or converts JSON bytes; called without the GIL.
   bool Materialise(std::string& error) {
     if (!path.empty()) {
-      if (!tesu::cli::ReadModelFile(path, owned, error)) return false;
+      if (!tesu::cli::ReadModelFile(path, owned, error, failure)) return false;
     } else if (tesu::cli::IsJsonModel(data, size)) {
       owned.assign(data, size);
       if (!tesu::cli::JsonModelToBinary(owned, error)) return false;
@@ -173,7 +174,7 @@ void Parse(tesu::ModelParser& parser, ModelSource& source, tesu::ParserOptions& 
            const Capture& capture, Outcome& outcome) {
   std::string error;
   if (!source.Materialise(error)) {
-    return outcome.Fail(tesu::cli::kFailure, "cannot read " + source.Label() + ": " + error);
+    return outcome.Fail(source.failure, "cannot read " + source.Label() + ": " + error);
   }
   std::string modelName;
   tesu::cli::OpCounts sourceCounts;
@@ -253,7 +254,7 @@ Outcome Load(const py::object& model, int threshold) {
   const Capture capture(outcome, threshold);
   std::string error;
   if (!source.Materialise(error)) {
-    outcome.Fail(tesu::cli::kFailure, "cannot read " + source.Label() + ": " + error);
+    outcome.Fail(source.failure, "cannot read " + source.Label() + ": " + error);
     return outcome;
   }
   tov::Model loaded;

@@ -107,7 +107,7 @@ const MalformedCase kMalformed[] = {
      "holds 8 bytes but its shape and INT32 data type need 12"},
     {R"([{"name": "c", "type": "Const", "attr": {"value": {"t": {"desc": {"dtype": 3,
         "shape": [1099511627776, 1099511627776]}, "data": "AQAAAA=="}}}}])",
-     "element count is negative or overflows"},
+     "whose element count overflows 64 bits"},
     {R"([{"name": "c", "type": "Const", "attr": {"value": {"t": {"desc": {"dtype": 99},
         "data": "AQAAAA=="}}}}])",
      "unknown data type 99"},

@@ -127,11 +127,11 @@ const std::vector<RefusedCase>& RefusedCases() {
           [](ModelBuilder& m) {
             m.ConstInt32("c", {1}, {int64_t{1} << 32, 1 << 30, 4});
           },
-          kRefusedByLoad, "element count is negative or overflows"),
+          kRefusedByLoad, "whose element count overflows 64 bits"),
       Built(
           "negative dimension of a tensor with data",
           [](ModelBuilder& m) { m.ConstInt32("c", {1}, {-1}); }, kRefusedByLoad,
-          "element count is negative"),
+          "which need a known shape and data type"),
       Built(
           "negative dimension of an input",
           [](ModelBuilder& m) {

@@ -18,6 +18,7 @@
 #include "graph/op_desc.h"
 #include "graph/op_desc_utils.h"
 #include "graph/shape.h"
+#include "graph/shape_math.h"
 #include "graph/tensor.h"
 #include "graph/tensor_desc.h"
 #include "graph/types.h"
@@ -296,9 +297,16 @@ uint32_t ConvParserFunc(tov::Node& node) {
   tov::Shape shape = weight->MutableTensorDesc().GetShape();
   const int64_t d0 = shape.GetDim(0);
   const int64_t d1 = shape.GetDim(1);
-  // Wrapping multiplication: a product beyond 64 bits is the weight's fault, not undefined.
-  (void)shape.SetDim(0,
-                     static_cast<int64_t>(static_cast<uint64_t>(d0) * static_cast<uint64_t>(d1)));
+  // An unknown dimension folds into an unknown one. A loaded model's weight cannot overflow
+  // here (its element count was checked), but a graph built in memory can.
+  int64_t folded = -1;
+  if (d0 >= 0 && d1 >= 0 && !tov::CheckedMultiply(d0, d1, folded)) {
+    OV_LOGF(251, "node: %s, weight dims %lld x %lld overflow 64 bits",
+            node.ROLE(NodeSpec).Name().c_str(), static_cast<long long>(d0),
+            static_cast<long long>(d1));
+    return kStatusInputFault;
+  }
+  (void)shape.SetDim(0, folded);
   (void)shape.SetDim(1, 1);
   weight->MutableTensorDesc().SetShape(shape);
   opDesc->SetType("ConvolutionDepthwise");

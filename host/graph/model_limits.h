@@ -1,0 +1,29 @@
+// The largest models the graph library accepts. Each limit is checked before the memory it
+// bounds is taken, so a file that exceeds one is refused with a log line instead of exhausting
+// memory.
+#ifndef TOV_GRAPH_MODEL_LIMITS_H
+#define TOV_GRAPH_MODEL_LIMITS_H
+
+#include <climits>
+#include <cstddef>
+
+namespace tov {
+
+// A serialised model: protobuf's own limit for one message, 2 GiB less one byte.
+constexpr size_t kMaxModelBytes = INT_MAX;
+
+// Nodes of a model's graph. A node costs about 2 KB in memory once converted, so the largest
+// graph accepted needs about 8 GB; the largest real networks have a few hundred thousand nodes.
+constexpr size_t kMaxGraphNodes = 4000000;
+
+// Bytes of a node's name, its type, one input reference or an attribute's name. String
+// attribute values are bounded only by the size of the model.
+constexpr size_t kMaxNameBytes = 65536;
+
+// Dimensions of a shape. The graph stores any number (eight inline), but no real model comes
+// near this, and it is numpy's own limit, so every weight can be shown as an array.
+constexpr size_t kMaxShapeRank = 32;
+
+}  // namespace tov
+
+#endif
