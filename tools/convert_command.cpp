@@ -156,11 +156,9 @@ int DumpJson(const CliOptions& options, std::ostream& out, std::ostream& err) {
     err << kProgram << "--json " << options.jsonFile << " would overwrite the input model\n";
     return kUsageError;
   }
-  InputFile model;
-  bool json = false;
   std::string error;
   int failure = kFailure;
-  if (!OpenModelFile(options.modelFile, model, json, error, failure)) {
+  if (!CheckModelFile(options.modelFile, error, failure)) {
     return ModelRefused(options.modelFile, error, failure, err);
   }
   if (!OutputPathsUsable({{"json", "--json", options.jsonFile, {}}}, err)) return kFailure;

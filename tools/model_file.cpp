@@ -50,6 +50,12 @@ bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::st
   return false;
 }
 
+bool CheckModelFile(const std::string& path, std::string& error, int& failure) {
+  InputFile file;
+  bool json = false;
+  return OpenModelFile(path, file, json, error, failure);
+}
+
 bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure) {
   InputFile file;
   bool json = false;

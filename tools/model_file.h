@@ -19,6 +19,9 @@ namespace cli {
 bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::string& error,
                    int& failure);
 
+// The checks of OpenModelFile alone, for a caller that hands the path on to be read.
+bool CheckModelFile(const std::string& path, std::string& error, int& failure);
+
 // Reads `path` into serialised ModelDef bytes, after the checks of OpenModelFile. A file whose
 // first non-blank byte is '{' is the model's JSON form: it is parsed with protobuf's JSON mapping
 // and serialised again. The file is only read. False, with `error` and `failure` as above, when

@@ -278,6 +278,13 @@ Outcome ToJson(const py::object& model, int framework, const std::string& plugin
   const ModelSource source = SourceOf(model);
   Outcome outcome;
   const Capture capture(outcome, threshold);
+  // A file is checked as the CLI checks it before the plug-in reads it, for the same statuses.
+  std::string error;
+  int failure = tesu::cli::kFailure;
+  if (!source.path.empty() && !tesu::cli::CheckModelFile(source.path, error, failure)) {
+    outcome.Fail(failure, "cannot read " + source.Label() + ": " + error);
+    return outcome;
+  }
   const PluginDirectory* plugins = Plugins(pluginDir, outcome);
   if (plugins == nullptr) return outcome;
   const std::shared_ptr<tesu::ModelParser> parser = ParserFor(framework, *plugins);
@@ -299,7 +306,6 @@ Outcome ToJson(const py::object& model, int framework, const std::string& plugin
   const std::string jsonFile = scratch.Path("model.json");
   const tesu::Status status = parser->ToJson(modelFile.c_str(), jsonFile.c_str());
   std::string text;
-  std::string error;
   if (status != tesu::SUCCESS) {
     outcome.Fail(tesu::cli::ExitCodeFor(status), "failed to write " + source.Label() +
                                                      " as JSON: status " + std::to_string(status));

@@ -1,0 +1,150 @@
+// Every kind of path given to tesu-convert as input or output: each refused with a message that
+// names it and a non-zero exit status, none aborting, none hanging, none leaving a file behind.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "e2e/cli_run.h"
+#include "graph/model_limits.h"
+#include "model_builder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Keeps opening the FIFO for writing until destroyed, so that a tool stuck opening it for
+// reading is let go and fails its test instead of hanging it.
+class FifoRelease {
+ public:
+  explicit FifoRelease(const std::string& path)
+      : thread_([this, path] {
+          while (!stop_) {
+            const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+            if (fd >= 0) close(fd);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+          }
+        }) {}
+  ~FifoRelease() {
+    stop_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+class InputPathTest : public e2etest::ConvertCliTest {
+ protected:
+  void SetUp() override {
+    e2etest::WriteFile(Path("model.pb"), SmallModel());
+    e2etest::WriteFile(Path("file"), "x");
+    e2etest::WriteFile(Path("empty"), "");
+    // No valid field starts with 0xff 0xff: wire type 7 does not exist.
+    e2etest::WriteFile(Path("garbage"), std::string(65536, '\xff'));
+    fs::create_directory(Path("dir"));
+    ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+    fs::create_symlink(Path("missing"), Path("dangling"));
+    fs::create_symlink(Path("loop_a"), Path("loop_b"));
+    fs::create_symlink(Path("loop_b"), Path("loop_a"));
+    // Sparse: one byte more than a model may have, without writing 2 GiB.
+    e2etest::WriteFile(Path("huge"), "");
+    fs::resize_file(Path("huge"), tov::kMaxModelBytes + 1);
+    inputs_ = Files();
+  }
+
+  static std::string SmallModel() {
+    testkit::ModelBuilder model;
+    model.Data("in");
+    model.Unary("abs", "Abs", "in");
+    return model.Bytes();
+  }
+
+  std::vector<std::string> inputs_;
+};
+
+struct PathCase {
+  const char* path;  // in the test directory, or absolute
+  int exitCode;
+  const char* reason;
+};
+
+TEST_F(InputPathTest, EveryKindOfModelPathIsRefusedNamingIt) {
+  const FifoRelease release(Path("fifo"));
+  const PathCase cases[] = {
+      {"dir", 1, "it is a directory, not a regular file"},
+      {"empty", 1, "the file is empty"},
+      {"fifo", 1, "it is a FIFO (named pipe), not a regular file"},
+      {"/dev/zero", 1, "it is a character device, not a regular file"},
+      {"dangling", 1, "a symbolic link to a file that does not exist"},
+      // Unreadable whoever runs the test, root included.
+      {"loop_a", 1, "Too many levels of symbolic links"},
+      {"file/model.pb", 1, "Not a directory"},
+      {"absent.pb", 1, "No such file or directory"},
+      {"huge", 1, "the file has 2147483648 bytes, more than the 2147483647 accepted"},
+      {"garbage", 13, "not a model, neither its JSON form nor a serialised ModelDef"},
+  };
+  for (const PathCase& c : cases) {
+    const std::string path = c.path[0] == '/' ? c.path : Path(c.path);
+    for (const bool toJson : {false, true}) {
+      SCOPED_TRACE(path + (toJson ? " --to-json" : ""));
+      const auto r = toJson ? Run({"--to-json", "--model", path, "--json", Path("o.json")})
+                            : Run({"--model", path, "--output", Path("o.pb")});
+      EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+      EXPECT_NE(r.err.find("cannot read " + path + ": " + c.reason), std::string::npos) << r.err;
+    }
+  }
+  EXPECT_EQ(Files(), inputs_);
+}
+
+TEST_F(InputPathTest, UnusableOutputPathsAreRefusedBeforeConverting) {
+  const std::string model = Path("model.pb");
+  struct OutputCase {
+    std::vector<std::string> args;
+    std::string message;
+  };
+  const OutputCase cases[] = {
+      {{"--output", Path("nowhere/o.pb")},
+       "cannot write model " + Path("nowhere/o.pb") + ": it is in directory " + Path("nowhere") +
+           ", which does not exist"},
+      {{"--output", Path("dir")}, "cannot write model " + Path("dir") + ": it names a directory"},
+      {{"--output", Path("dir/")}, "cannot write model " + Path("dir/") + ": it names a directory"},
+      {{"--output", Path("o.pb"), "--json", Path("file/o.json")},
+       "cannot write json " + Path("file/o.json") + ": it is in " + Path("file") +
+           ", which is not a directory"},
+      {{"--output", Path("o.pb"), "--report", Path("dir")}, "cannot write report " + Path("dir")},
+      {{"--to-json", "--json", Path("dir")}, "cannot write json " + Path("dir")},
+  };
+  for (const OutputCase& c : cases) {
+    SCOPED_TRACE(c.message);
+    std::vector<std::string> args{"--model", model};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const auto r = Run(args);
+    EXPECT_EQ(r.exitCode, 1) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("converted"), std::string::npos) << r.err;
+  }
+  EXPECT_EQ(Files(), inputs_);
+}
+
+// A FIFO named like a plug-in is reported and skipped, not opened.
+TEST_F(InputPathTest, PluginDirectoryWithAFifoDoesNotHang) {
+  fs::create_directory(Path("plugins"));
+  ASSERT_EQ(mkfifo(Path("plugins/libfifo.so").c_str(), 0600), 0);
+  const FifoRelease release(Path("plugins/libfifo.so"));
+  const auto r = Run({"--list-frameworks", "--plugin-dir", Path("plugins")});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find(Path("plugins/libfifo.so") + ": not a regular file"), std::string::npos)
+      << r.err;
+}
+
+}  // namespace
