@@ -46,10 +46,13 @@ class FifoRelease {
 class InputPathTest : public e2etest::ConvertCliTest {
  protected:
   void SetUp() override {
-    e2etest::WriteFile(Path("model.pb"), SmallModel());
+    testkit::ModelBuilder model;
+    model.Data("in");
+    model.Unary("abs", "Abs", "in");
+    e2etest::WriteFile(Path("model.pb"), model.Bytes());
     e2etest::WriteFile(Path("file"), "x");
     e2etest::WriteFile(Path("empty"), "");
-    // No valid field starts with 0xff 0xff: wire type 7 does not exist.
+    // Ten bytes with the top bit set are no field tag.
     e2etest::WriteFile(Path("garbage"), std::string(65536, '\xff'));
     fs::create_directory(Path("dir"));
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
@@ -60,13 +63,6 @@ class InputPathTest : public e2etest::ConvertCliTest {
     e2etest::WriteFile(Path("huge"), "");
     fs::resize_file(Path("huge"), tov::kMaxModelBytes + 1);
     inputs_ = Files();
-  }
-
-  static std::string SmallModel() {
-    testkit::ModelBuilder model;
-    model.Data("in");
-    model.Unary("abs", "Abs", "in");
-    return model.Bytes();
   }
 
   std::vector<std::string> inputs_;
@@ -89,7 +85,6 @@ TEST_F(InputPathTest, EveryKindOfModelPathIsRefusedNamingIt) {
       // Unreadable whoever runs the test, root included.
       {"loop_a", 1, "Too many levels of symbolic links"},
       {"file/model.pb", 1, "Not a directory"},
-      {"absent.pb", 1, "No such file or directory"},
       {"huge", 1, "the file has 2147483648 bytes, more than the 2147483647 accepted"},
       {"garbage", 13, "not a model, neither its JSON form nor a serialised ModelDef"},
   };
@@ -116,7 +111,6 @@ TEST_F(InputPathTest, UnusableOutputPathsAreRefusedBeforeConverting) {
       {{"--output", Path("nowhere/o.pb")},
        "cannot write model " + Path("nowhere/o.pb") + ": it is in directory " + Path("nowhere") +
            ", which does not exist"},
-      {{"--output", Path("dir")}, "cannot write model " + Path("dir") + ": it names a directory"},
       {{"--output", Path("dir/")}, "cannot write model " + Path("dir/") + ": it names a directory"},
       {{"--output", Path("o.pb"), "--json", Path("file/o.json")},
        "cannot write json " + Path("file/o.json") + ": it is in " + Path("file") +
