@@ -481,6 +481,28 @@ graphStatus NotAModel(size_t size) {
   return GRAPH_MODEL_INVALID;
 }
 
+graphStatus TooManyNodes() {
+  AI_Log_Print(AI_LOG_ERROR, kModule,
+               "model rejected: it has more than %zu nodes, the most a model may have",
+               kMaxGraphNodes);
+  return GRAPH_MODEL_INVALID;
+}
+
+// The ops of the graphs among serialised ModelDef fields, counted without parsing them, up to
+// one past kMaxGraphNodes. Malformed bytes are left for protobuf to refuse.
+size_t CountOps(const std::string& fields) {
+  std::vector<Span> graphs;
+  std::vector<Span> ops;
+  std::string rest;
+  SplitFields(reinterpret_cast<const uint8_t*>(fields.data()), static_cast<int>(fields.size()),
+              SIZE_MAX, graphs, rest);
+  for (const Span& graph : graphs) {
+    if (ops.size() > kMaxGraphNodes) break;
+    SplitFields(graph.data, graph.size, SIZE_MAX, ops, rest, kMaxGraphNodes);
+  }
+  return ops.size();
+}
+
 }  // namespace
 
 graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& model) {
@@ -497,17 +519,17 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
   if (!SplitFields(data, static_cast<int>(size), 1, graphs, modelRest)) return NotAModel(size);
   google::protobuf::Arena arena(MessageArenaOptions());
   auto* modelDef = google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
+  // Graphs after the first are only parsed to check them; their ops count towards the limit too,
+  // so that parsing them cannot take more memory than the limit allows.
+  const size_t furtherOps = CountOps(modelRest);
+  if (furtherOps > kMaxGraphNodes) return TooManyNodes();
   if (!modelDef->ParseFromString(modelRest)) return NotAModel(size);
 
   std::vector<Span> ops;
   std::string graphRest;
-  if (!graphs.empty() &&
-      !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest, kMaxGraphNodes)) {
-    if (ops.size() <= kMaxGraphNodes) return NotAModel(size);
-    AI_Log_Print(AI_LOG_ERROR, kModule,
-                 "model rejected: the graph has more than %zu nodes, the most a model may have",
-                 kMaxGraphNodes);
-    return GRAPH_MODEL_INVALID;
+  if (!graphs.empty() && !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest,
+                                      kMaxGraphNodes - furtherOps)) {
+    return ops.size() + furtherOps > kMaxGraphNodes ? TooManyNodes() : NotAModel(size);
   }
   auto* graphDef = google::protobuf::Arena::CreateMessage<GraphDef>(&arena);
   if (!graphDef->ParseFromString(graphRest)) return NotAModel(size);
