@@ -1,8 +1,10 @@
 #include "model_file.h"
 
 #include <string_view>
+#include <vector>
 
 #include <google/protobuf/util/json_util.h>
+#include <nlohmann/json.hpp>
 
 #include "graph/model_limits.h"
 #include "graph/proto/model.pb.h"
@@ -30,6 +32,70 @@ bool StartsAsJson(const InputFile& file, bool& json, std::string& error) {
   json = false;
   return true;
 }
+
+// Reads a JSON model as a stream and stops at the first limit it exceeds: more ops in its
+// graphs ("graph"[...]."op"[...]) than a model may have nodes, or deeper nesting than the format
+// has any use for. Syntax errors are left for protobuf to report.
+class JsonLimits : public nlohmann::json_sax<nlohmann::json> {
+ public:
+  // The format nests nine deep at most (model, graph list, graph, op list, op, attribute map,
+  // attribute, tensor, description); this leaves room and bounds what is tracked.
+  static constexpr size_t kMaxDepth = 32;
+
+  std::string refusal;
+
+  bool start_object(std::size_t) override {
+    const bool isOp = frames_.size() == 4 && frames_[1].key == "graph" && frames_[3].key == "op";
+    if (isOp && ++ops_ > tov::kMaxGraphNodes) {
+      refusal = "the model has more than " + std::to_string(tov::kMaxGraphNodes) +
+                " nodes, the most a model may have";
+      return false;
+    }
+    return Push(false, std::string());
+  }
+  bool start_array(std::size_t) override {
+    return Push(true, frames_.empty() ? std::string() : frames_.back().key);
+  }
+  bool key(string_t& name) override {
+    frames_.back().key = name;
+    return true;
+  }
+  bool end_object() override { return Pop(); }
+  bool end_array() override { return Pop(); }
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    return false;
+  }
+
+ private:
+  // An object, with the last key read in it, or an array, with the key it is the value of.
+  struct Frame {
+    bool array;
+    std::string key;
+  };
+
+  bool Push(bool array, std::string key) {
+    if (frames_.size() == kMaxDepth) {
+      refusal = "the JSON nests deeper than " + std::to_string(kMaxDepth) + " levels";
+      return false;
+    }
+    frames_.push_back({array, std::move(key)});
+    return true;
+  }
+  bool Pop() {
+    frames_.pop_back();
+    return true;
+  }
+
+  std::vector<Frame> frames_;
+  size_t ops_ = 0;
+};
 
 }  // namespace
 
@@ -72,6 +138,13 @@ bool IsJsonModel(const char* data, size_t size) {
 }
 
 bool JsonModelToBinary(std::string& bytes, std::string& error) {
+  // protobuf builds the whole message before the graph library can count its nodes, so the
+  // text is streamed through once first: a model beyond the limits costs no message.
+  JsonLimits limits;
+  if (!nlohmann::json::sax_parse(bytes, &limits) && !limits.refusal.empty()) {
+    error = limits.refusal;
+    return false;
+  }
   tesu::proto::ModelDef model;
   const auto status = google::protobuf::util::JsonStringToMessage(bytes, &model);
   if (!status.ok()) {

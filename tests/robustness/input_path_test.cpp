@@ -101,6 +101,23 @@ TEST_F(InputPathTest, EveryKindOfModelPathIsRefusedNamingIt) {
   EXPECT_EQ(Files(), inputs_);
 }
 
+TEST_F(InputPathTest, JsonModelsBeyondTheLimitsAreRefusedBeforeProtobufParsesThem) {
+  std::string ops;
+  for (size_t i = 0; i <= tov::kMaxGraphNodes; ++i) ops += i == 0 ? "{}" : ",{}";
+  const std::string tooDeep = std::string(40, '[') + std::string(40, ']');
+  const PathCase cases[] = {
+      {"many.json", 1, "the model has more than 4000000 nodes"},
+      {"deep.json", 1, "the JSON nests deeper than 32 levels"},
+  };
+  e2etest::WriteFile(Path("many.json"), R"({"graph": [{"op": [)" + ops + "]}]}");
+  e2etest::WriteFile(Path("deep.json"), R"({"attr": {"a": )" + tooDeep + "}}");
+  for (const PathCase& c : cases) {
+    const auto r = Run({"--model", Path(c.path), "--output", Path("o.pb")});
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+    EXPECT_NE(r.err.find(c.reason), std::string::npos) << r.err;
+  }
+}
+
 TEST_F(InputPathTest, UnusableOutputPathsAreRefusedBeforeConverting) {
   const std::string model = Path("model.pb");
   struct OutputCase {
