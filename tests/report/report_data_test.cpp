@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -26,6 +27,7 @@ using nlohmann::json;
 using testkit::ModelBuilder;
 using tesu::cli::report::AddSummary;
 using tesu::cli::report::BuildReportBody;
+using tesu::cli::report::CompareGraphs;
 using tesu::cli::report::GraphView;
 using tesu::cli::report::PictureLimits;
 using tesu::cli::report::RunFacts;
@@ -89,9 +91,11 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
            const PictureLimits& limits = {}) {
   std::optional<GraphView> after;
   if (converted) after = ViewOf(*Converted().LoadGraph());
-  json data =
+  tesu::cli::report::PageData body =
       BuildReportBody(SourceViewOf(Source().Bytes()), std::move(after), checkReport, limits);
-  AddSummary(data, run);
+  AddSummary(body, run);
+  json data = body.object;
+  for (const auto& [name, text] : body.written) data[name] = json::parse(text);
   // The nodes' columns as one [name, mark, before, after, changes] entry per node.
   const json& strings = data["strings"];
   const json& columns = data["nodes"];
@@ -291,6 +295,39 @@ TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
     ++rows;
   }
   EXPECT_GT(rows, 30u);
+}
+
+// The change lines of each node, by name, as CompareGraphs gives them.
+std::map<std::string, std::string> ChangesByName(const ModelBuilder& source,
+                                                 const ModelBuilder& converted) {
+  const GraphView before = SourceViewOf(source.Bytes());
+  const GraphView after = ViewOf(*converted.LoadGraph());
+  const tesu::cli::report::Comparison comparison = CompareGraphs(before, &after);
+  std::map<std::string, std::string> changes;
+  for (const auto& row : comparison.rows) {
+    changes[std::string(row.Name())] += std::string(comparison.changes[row.changes]);
+  }
+  return changes;
+}
+
+// Nodes of one type and one set of attributes share what their type and attributes did, but
+// not what happened to their inputs.
+TEST(ReportDataTest, NodesThatConvertAlikeKeepTheirOwnInputChanges) {
+  ModelBuilder source;
+  source.Data("x");
+  source.Unary("r1", "Relu", "x");
+  source.Unary("r2", "Relu", "x");
+  source.Unary("r3", "Relu", "r1");
+  ModelBuilder converted;
+  converted.Data("x");
+  converted.Unary("r1", "Activation", "x");
+  converted.Unary("r2", "Activation", "r1");
+  converted.Unary("r3", "Activation", "r1");
+  const std::string retyped = "type\tRelu \u2192 Activation\n";
+  EXPECT_EQ(
+      ChangesByName(source, converted),
+      (std::map<std::string, std::string>{
+          {"x", ""}, {"r1", retyped}, {"r2", retyped + "inputs\t+r1:0; -x:0\n"}, {"r3", retyped}}));
 }
 
 }  // namespace

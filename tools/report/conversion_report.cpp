@@ -1,6 +1,5 @@
 #include "conversion_report.h"
 
-#include <optional>
 #include <utility>
 
 #include "framework/profiler.h"
@@ -25,20 +24,19 @@ void ConversionReport::SourceRead() {
 void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport) {
   if (!Wanted()) return;
   SourceRead();
-  std::optional<GraphView> convertedView;
-  if (converted != nullptr) {
-    ProfileScope step("report: converted graph");
-    convertedView = ViewOf(*converted);
-  }
-  pending_ = std::async(std::launch::async, [source = std::move(sourceView_),
-                                             convertedView = std::move(convertedView),
+  pending_ = std::async(std::launch::async, [source = std::move(sourceView_), converted,
                                              checkReport = std::move(checkReport)]() mutable {
+    std::optional<GraphView> convertedView;
+    if (converted != nullptr) {
+      ProfileScope step("report: converted graph");
+      convertedView = ViewOf(*converted);
+    }
     return BuildReportBody(std::move(source), std::move(convertedView), checkReport);
   });
 }
 
 void ConversionReport::Wait() {
-  if (!Wanted() || !body_.is_null()) return;
+  if (!Wanted() || body_.has_value()) return;
   if (!pending_.valid()) Compare(nullptr, nullptr);
   body_ = pending_.get();
 }
@@ -46,8 +44,8 @@ void ConversionReport::Wait() {
 Status ConversionReport::Write(const RunFacts& run) {
   if (!Wanted()) return SUCCESS;
   Wait();
-  AddSummary(body_, run);
-  return WriteReportPage(path_, body_);
+  AddSummary(*body_, run);
+  return WriteReportPage(path_, *body_);
 }
 
 }  // namespace report

@@ -1,11 +1,12 @@
 // The report of one conversion, built alongside it so that it costs the run little: the source
-// graph is read while the parser works on the same bytes, the graphs are compared and drawn
-// while the command line writes its other outputs, and the page is written last, with the
-// timings of every step.
+// graph is read while the parser works on the same bytes, the converted graph is read, compared
+// with it and drawn while the command line writes its other outputs from the same graph, and the
+// page is written last, with the timings of every step.
 #ifndef TESU_TOOLS_REPORT_CONVERSION_REPORT_H
 #define TESU_TOOLS_REPORT_CONVERSION_REPORT_H
 
 #include <future>
+#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include "graph/compute_graph.h"
 #include "graph_view.h"
 #include "report_data.h"
+#include "report_page.h"
 
 namespace tesu {
 namespace cli {
@@ -34,9 +36,9 @@ class ConversionReport {
   void ReadSource(const std::string& bytes);
   // Waits until the source graph has been read.
   void SourceRead();
-  // Takes a view of the converted graph (null when the conversion failed), then compares and
-  // draws the graphs on a worker thread. The graph is not touched after this returns.
-  // `checkReport` is the operator support report the run wrote, or null.
+  // Reads the converted graph (null when the conversion failed), compares it with the source
+  // graph and draws both on a worker thread. The graph is only read, and must not change until
+  // Wait returns. `checkReport` is the operator support report the run wrote, or null.
   void Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport);
   // Waits for the comparison, so that the steps it timed are recorded.
   void Wait();
@@ -47,8 +49,8 @@ class ConversionReport {
   std::string path_;
   std::future<GraphView> source_;
   GraphView sourceView_;
-  std::future<nlohmann::json> pending_;
-  nlohmann::json body_;
+  std::future<PageData> pending_;
+  std::optional<PageData> body_;
 };
 
 }  // namespace report

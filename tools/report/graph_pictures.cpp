@@ -17,7 +17,7 @@ std::vector<size_t> Neighbourhood(const std::vector<NodeComparison>& rows,
   std::vector<std::pair<int, size_t>> ranked;  // weight, row
   for (size_t i = 0; i < rows.size(); ++i) {
     if (marks[i] != Mark::kPlain) {
-      ranked.emplace_back(marks[i] == Mark::kUnsupported ? 0 : rows[i].Weight(), i);
+      ranked.emplace_back(marks[i] == Mark::kUnsupported ? 0 : rows[i].weight, i);
     }
   }
   const size_t centres = std::min(ranked.size(), limits.centres);
@@ -75,7 +75,7 @@ std::vector<Mark> MarkRows(const std::vector<NodeComparison>& rows,
   std::vector<Mark> marks;
   marks.reserve(rows.size());
   for (const NodeComparison& row : rows) {
-    if (unsupported.count(row.Name()) != 0) {
+    if (!unsupported.empty() && unsupported.count(std::string(row.Name())) != 0) {
       marks.push_back(Mark::kUnsupported);
     } else {
       marks.push_back(row.Changed() ? Mark::kChanged : Mark::kPlain);

@@ -14,6 +14,7 @@
 #include "framework/profiler.h"
 #include "graph_pictures.h"
 #include "graph_view.h"
+#include "report_page.h"
 
 namespace tesu {
 namespace cli {
@@ -46,19 +47,20 @@ struct RunFacts {
 //                 types, attrs  (attrs in the line form of ViewNode); null without the node
 //                 inputs        the inputs in ViewNode's line form, separated by kRecordEnd
 //             Marks, changes, types and attrs are positions in `strings`.
-//   strings   the texts that nodes share, each once
+//   strings   the texts that nodes share (a text may occur more than once)
 //   pictures  source and converted SVG, and whether they show the whole graph
 // The data is built in two parts, so that the costly one can run while the command line writes
 // its other outputs, and the summary still shows how long those took.
 
-// Everything but the summary. `converted` is empty when the conversion failed; `checkReport` is
-// the operator support report the run wrote, as read back from its file, or null. The views
-// are taken, so that they are freed wherever the body is built.
-nlohmann::json BuildReportBody(GraphView source, std::optional<GraphView> converted,
-                               const nlohmann::json& checkReport, const PictureLimits& limits = {});
+// Everything but the summary; `nodes` and `strings`, most of a large graph's data, come written
+// as JSON text. `converted` is empty when the conversion failed; `checkReport` is the operator
+// support report the run wrote, as read back from its file, or null. The views are taken, so
+// that they are freed wherever the body is built.
+PageData BuildReportBody(GraphView source, std::optional<GraphView> converted,
+                         const nlohmann::json& checkReport, const PictureLimits& limits = {});
 
 // Adds the summary to a body.
-void AddSummary(nlohmann::json& body, const RunFacts& run);
+void AddSummary(PageData& body, const RunFacts& run);
 
 }  // namespace report
 }  // namespace cli

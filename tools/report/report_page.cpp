@@ -1,9 +1,13 @@
 #include "report_page.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <string_view>
 
 #include "framework/profiler.h"
 #include "framework/proto_io.h"
+#include "json_text.h"
 #include "report_resources.h"
 
 namespace tesu {
@@ -16,14 +20,55 @@ constexpr std::string_view kStyleSlot = "/*@style*/";
 constexpr std::string_view kScriptSlot = "/*@script*/";
 constexpr std::string_view kDataSlot = "@data";
 
-// Appends `text` to `page` up to `slot`, then `content`; returns the rest of `text`.
-std::string_view Fill(std::string& page, std::string_view text, std::string_view slot,
-                      std::string_view content) {
-  const size_t at = text.find(slot);
-  if (at == std::string_view::npos) return text;
-  page.append(text.substr(0, at));
-  page.append(content);
-  return text.substr(at + slot.size());
+// Hands the page to `emit` piece by piece, in order.
+template <typename Emit>
+void EmitPage(const PageData& data, Emit emit) {
+  // The template names the slots in this order: style in the head, then data, then script.
+  std::string_view rest = resources::kReportHtml;
+  size_t at = rest.find(kStyleSlot);
+  if (at != std::string_view::npos) {
+    emit(rest.substr(0, at));
+    emit(resources::kReportCss);
+    rest = rest.substr(at + kStyleSlot.size());
+  }
+  at = rest.find(kDataSlot);
+  if (at != std::string_view::npos) {
+    emit(rest.substr(0, at));
+    std::string object;
+    AppendScriptSafeJson(object, data.object);
+    // The written members join the object before its closing brace.
+    object.pop_back();
+    bool first = object.size() == 1;  // nothing but the opening brace
+    for (const auto& [name, text] : data.written) {
+      if (!first) object += ',';
+      first = false;
+      AppendJsonString(object, name);
+      object += ':';
+      emit(object);
+      emit(text);
+      object.clear();
+    }
+    object += '}';
+    emit(object);
+    rest = rest.substr(at + kDataSlot.size());
+  }
+  at = rest.find(kScriptSlot);
+  if (at != std::string_view::npos) {
+    emit(rest.substr(0, at));
+    emit(resources::kReportJs);
+    rest = rest.substr(at + kScriptSlot.size());
+  }
+  emit(rest);
+}
+
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
 }
 
 }  // namespace
@@ -43,28 +88,30 @@ void AppendScriptSafeJson(std::string& out, const nlohmann::json& data) {
   out.append(text, from, std::string::npos);
 }
 
-std::string ReportPage(const nlohmann::json& data) {
-  const std::string_view html = resources::kReportHtml;
-  const std::string_view css = resources::kReportCss;
-  const std::string_view js = resources::kReportJs;
+std::string ReportPage(const PageData& data) {
   std::string page;
-  page.reserve(html.size() + css.size() + js.size());
-  // The template names the slots in this order: style in the head, then data, then script.
-  std::string_view rest = Fill(page, html, kStyleSlot, css);
-  const size_t dataSlot = rest.find(kDataSlot);
-  if (dataSlot != std::string_view::npos) {
-    page.append(rest.substr(0, dataSlot));
-    AppendScriptSafeJson(page, data);
-    rest = rest.substr(dataSlot + kDataSlot.size());
-  }
-  rest = Fill(page, rest, kScriptSlot, js);
-  page.append(rest);
+  EmitPage(data, [&page](std::string_view piece) { page.append(piece); });
   return page;
 }
 
-Status WriteReportPage(const std::string& path, const nlohmann::json& data) {
+Status WriteReportPage(const std::string& path, const PageData& data) {
   ProfileScope step("report: write page");
-  return WriteFileAtomically(path, ReportPage(data));
+  return WriteFileAtomically(path, [&data](int fd) {
+    // Small pieces are gathered so that the file is written in large blocks.
+    constexpr size_t kBlock = size_t{1} << 16;
+    std::string buffer;
+    bool ok = true;
+    EmitPage(data, [&](std::string_view piece) {
+      if (!ok) return;
+      if (buffer.size() + piece.size() <= kBlock) {
+        buffer.append(piece);
+        return;
+      }
+      ok = WriteAll(fd, buffer) && WriteAll(fd, piece);
+      buffer.clear();
+    });
+    return ok && WriteAll(fd, buffer);
+  });
 }
 
 }  // namespace report

@@ -5,6 +5,8 @@
 #define TESU_TOOLS_REPORT_REPORT_PAGE_H
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -14,16 +16,24 @@ namespace tesu {
 namespace cli {
 namespace report {
 
+// The page's data: one JSON object, given as its small members and as members already written
+// as JSON text (see json_text.h), which go into the page as they are.
+struct PageData {
+  nlohmann::json object = nlohmann::json::object();
+  std::vector<std::pair<std::string, std::string>> written;  // member name, JSON text
+};
+
 // Appends the data as JSON text that can stand inside a <script> element: "</" and "<!" are
 // written "\u003c/" and "\u003c!", so no name in the data can end the element or open a
 // comment. Text that is not UTF-8 is replaced rather than refused.
 void AppendScriptSafeJson(std::string& out, const nlohmann::json& data);
 
 // The whole page for the data.
-std::string ReportPage(const nlohmann::json& data);
+std::string ReportPage(const PageData& data);
 
-// Writes the page, whole or not at all; FILE_WRITE_FAILED when it cannot.
-Status WriteReportPage(const std::string& path, const nlohmann::json& data);
+// Writes the page, whole or not at all; FILE_WRITE_FAILED when it cannot. The data's large
+// members go from memory to the file without being copied into the page first.
+Status WriteReportPage(const std::string& path, const PageData& data);
 
 }  // namespace report
 }  // namespace cli
