@@ -92,10 +92,15 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
   std::optional<GraphView> after;
   if (converted) after = ViewOf(*Converted().LoadGraph());
   tesu::cli::report::PageData body =
-      BuildReportBody(SourceViewOf(Source().Bytes()), std::move(after), checkReport, limits);
+      BuildReportBody(tesu::cli::report::PrepareSource(SourceViewOf(Source().Bytes())),
+                      std::move(after), checkReport, limits);
   AddSummary(body, run);
   json data = body.object;
-  for (const auto& [name, text] : body.written) data[name] = json::parse(text);
+  for (const auto& member : body.written) {
+    std::string text;
+    for (const std::string& piece : member.pieces) text += piece;
+    data[member.name] = json::parse(text);
+  }
   // The nodes' columns as one [name, mark, before, after, changes] entry per node.
   const json& strings = data["strings"];
   const json& columns = data["nodes"];

@@ -223,14 +223,14 @@ class Consumers {
     const auto next = static_cast<uint32_t>(lists_.size());
     if (index_.Insert(name, next) == next) lists_.emplace_back();
   }
-  // Finds the consumers of the wanted nodes in one pass over the graph.
-  void Collect(const GraphView& view) {
+  // Finds the consumers of the wanted nodes among `nodes`, in their order.
+  void Collect(const std::vector<const ViewNode*>& nodes) {
     if (lists_.empty()) return;
-    for (const ViewNode& node : view.nodes) {
-      ForEachEntry(node.inputs, [&](std::string_view input) {
+    for (const ViewNode* node : nodes) {
+      ForEachEntry(node->inputs, [&](std::string_view input) {
         if (input.empty() || IsControlInput(input)) return;
         const uint32_t found = index_.Find(ProducerOf(input));
-        if (found != TextIndex::kNone) lists_[found].push_back(node.name);
+        if (found != TextIndex::kNone) lists_[found].push_back(node->name);
       });
     }
   }
@@ -281,6 +281,11 @@ Comparison CompareGraphs(const GraphView& source, const GraphView* converted) {
   Consumers gone;
   KeptChanges kept;
   ChangeList list;
+  // The source nodes that may consume a gone node. A kept node that did loses that input, so
+  // only nodes whose inputs changed and gone nodes are searched, unless a gone node shares its
+  // name with a kept one.
+  std::vector<const ViewNode*> rewired;
+  bool goneNamesakes = false;
   // Conversion keeps the order of the nodes it keeps, so the node after the last match is
   // nearly always the next match, and is taken without a lookup when no name is shared.
   size_t next = 0;
@@ -296,16 +301,26 @@ Comparison CompareGraphs(const GraphView& source, const GraphView* converted) {
       row.changes = known.changes;
       row.weight = known.weight;
       if (row.before->inputs == row.after->inputs) continue;
+      rewired.push_back(row.before);
       list.Assign(table[known.changes], known.weight);
       DescribeInputs(*row.before, *row.after, list);
       row.changes = table.Add(list.Text());
       row.weight = list.Weight();
     } else {
+      goneNamesakes = goneNamesakes || row.after != nullptr;
       row.after = nullptr;  // a second source node of that name matches nothing
       gone.Want(row.before->name);
+      rewired.push_back(row.before);
     }
   }
-  gone.Collect(source);
+  if (goneNamesakes) {
+    rewired.clear();
+    for (const ViewNode& node : source.nodes) rewired.push_back(&node);
+  } else {
+    // Consumers are listed in graph order.
+    std::sort(rewired.begin(), rewired.end());
+  }
+  gone.Collect(rewired);
   // Gone nodes are described after every kept node, so that a fusion can note itself on the
   // node that absorbed it.
   auto record = [&table](NodeComparison& row, const ChangeList& changes) {

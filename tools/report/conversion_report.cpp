@@ -3,28 +3,35 @@
 #include <utility>
 
 #include "framework/profiler.h"
+#include "graph_svg.h"
 #include "report_page.h"
 
 namespace tesu {
 namespace cli {
 namespace report {
 
-void ConversionReport::ReadSource(const std::string& bytes) {
+void ConversionReport::ReadSource(const std::string& bytes, size_t expectedNodes) {
   if (!Wanted()) return;
-  source_ = std::async(std::launch::async, [&bytes] {
-    ProfileScope step("report: source graph");
-    return SourceViewOf(bytes);
+  source_ = std::async(std::launch::async, [&bytes, expectedNodes] {
+    SourceData source;
+    {
+      ProfileScope step("report: source graph");
+      source = PrepareSource(SourceViewOf(bytes, expectedNodes));
+    }
+    ProfileScope step("report: start Graphviz");
+    WarmUpGraphviz();
+    return source;
   });
 }
 
 void ConversionReport::SourceRead() {
-  if (source_.valid()) sourceView_ = source_.get();
+  if (source_.valid()) sourceData_ = source_.get();
 }
 
 void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport) {
   if (!Wanted()) return;
   SourceRead();
-  pending_ = std::async(std::launch::async, [source = std::move(sourceView_), converted,
+  pending_ = std::async(std::launch::async, [source = std::move(sourceData_), converted,
                                              checkReport = std::move(checkReport)]() mutable {
     std::optional<GraphView> convertedView;
     if (converted != nullptr) {

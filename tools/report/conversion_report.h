@@ -31,10 +31,12 @@ class ConversionReport {
   bool Wanted() const { return !path_.empty(); }
   const std::string& Path() const { return path_; }
 
-  // Starts reading the source graph from serialised model bytes on a worker thread. The bytes
-  // must stay as they are until SourceRead returns.
-  void ReadSource(const std::string& bytes);
-  // Waits until the source graph has been read.
+  // Starts reading the source graph from serialised model bytes on a worker thread, which also
+  // prepares what the page takes from it alone and gets Graphviz ready to draw. The bytes must
+  // stay as they are until SourceRead returns. `expectedNodes` is how many nodes the graph has,
+  // as far as is known.
+  void ReadSource(const std::string& bytes, size_t expectedNodes);
+  // Waits until the source graph has been read and prepared.
   void SourceRead();
   // Reads the converted graph (null when the conversion failed), compares it with the source
   // graph and draws both on a worker thread. The graph is only read, and must not change until
@@ -47,8 +49,8 @@ class ConversionReport {
 
  private:
   std::string path_;
-  std::future<GraphView> source_;
-  GraphView sourceView_;
+  std::future<SourceData> source_;
+  SourceData sourceData_;
   std::future<PageData> pending_;
   std::optional<PageData> body_;
 };

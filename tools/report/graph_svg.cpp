@@ -140,6 +140,13 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   return true;
 }
 
+void WarmUpGraphviz() {
+  const ViewNode node{"warm-up", "Const", {}, {}, 0, 0};
+  std::string svg;
+  std::string error;
+  RenderSvg({{&node, "w", Mark::kPlain}}, svg, error);
+}
+
 }  // namespace report
 }  // namespace cli
 }  // namespace tesu

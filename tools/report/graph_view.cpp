@@ -128,26 +128,28 @@ size_t TextIndex::Probe(std::string_view text, uint32_t hash) const {
   const size_t mask = slots_.size() - 1;
   for (size_t at = hash & mask;; at = (at + 1) & mask) {
     const Slot& slot = slots_[at];
-    if (slot.value == kNone || (slot.hash == hash && slot.text == text)) return at;
+    if (slot.entry == kNone || (slot.hash == hash && entries_[slot.entry].text == text)) return at;
   }
 }
 
 uint32_t TextIndex::Find(std::string_view text) const {
-  if (size_ == 0) return kNone;
-  return slots_[Probe(text, Hash(text))].value;
+  if (entries_.empty()) return kNone;
+  const Slot& slot = slots_[Probe(text, Hash(text))];
+  return slot.entry == kNone ? kNone : entries_[slot.entry].value;
 }
 
 uint32_t TextIndex::Insert(std::string_view text, uint32_t value) {
-  if (2 * (size_ + 1) > slots_.size()) Grow(std::max<size_t>(16, 2 * slots_.size()));
+  if (2 * (entries_.size() + 1) > slots_.size()) Grow(std::max<size_t>(16, 2 * slots_.size()));
   const uint32_t hash = Hash(text);
   Slot& slot = slots_[Probe(text, hash)];
-  if (slot.value != kNone) return slot.value;
-  slot = {text, hash, value};
-  ++size_;
+  if (slot.entry != kNone) return entries_[slot.entry].value;
+  slot = {hash, static_cast<uint32_t>(entries_.size())};
+  entries_.push_back({text, value});
   return value;
 }
 
 void TextIndex::Reserve(size_t count) {
+  entries_.reserve(count);
   size_t capacity = 16;
   while (capacity < 2 * count) capacity *= 2;
   if (capacity > slots_.size()) Grow(capacity);
@@ -158,9 +160,9 @@ void TextIndex::Grow(size_t capacity) {
   old.swap(slots_);
   const size_t mask = capacity - 1;
   for (const Slot& slot : old) {
-    if (slot.value == kNone) continue;
+    if (slot.entry == kNone) continue;
     size_t at = slot.hash & mask;
-    while (slots_[at].value != kNone) at = (at + 1) & mask;
+    while (slots_[at].entry != kNone) at = (at + 1) & mask;
     slots_[at] = slot;
   }
 }
@@ -195,7 +197,10 @@ void GraphView::Add(std::string_view name, std::string_view type, std::string_vi
   node.name = arena.Copy(name);
   node.typeId = texts.Add(type);
   node.type = texts[node.typeId];
-  node.attrsId = texts.Add(attrs);
+  if (lastAttrs.size() <= node.typeId) lastAttrs.resize(node.typeId + 1, TextIndex::kNone);
+  uint32_t& last = lastAttrs[node.typeId];
+  if (last == TextIndex::kNone || texts[last] != attrs) last = texts.Add(attrs);
+  node.attrsId = last;
   node.attrs = texts[node.attrsId];
   node.inputs = arena.Copy(inputs);
 }
@@ -456,8 +461,9 @@ bool ReadOp(CodedInputStream& in, Scratch& scratch, GraphView& view) {
 
 }  // namespace
 
-GraphView SourceViewOf(const std::string& serialisedModel) {
+GraphView SourceViewOf(const std::string& serialisedModel, size_t expectedNodes) {
   GraphView view;
+  view.nodes.reserve(expectedNodes);
   if (serialisedModel.size() > static_cast<size_t>(INT_MAX)) return view;
   CodedInputStream in(reinterpret_cast<const uint8_t*>(serialisedModel.data()),
                       static_cast<int>(serialisedModel.size()));

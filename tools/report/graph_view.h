@@ -26,9 +26,9 @@ constexpr char kEntryEnd = '\n';
 constexpr char kNameEnd = '\t';
 constexpr char kRecordEnd = '\x1e';
 
-// Numbers by text: open addressing over one array, so that a lookup costs a probe or two in one
-// block of memory rather than a walk over separately allocated entries. The texts must outlive
-// the index.
+// Numbers by text: open addressing over one array of small slots, so that a lookup costs a probe
+// or two in one block of memory rather than a walk over separately allocated entries. The texts
+// must outlive the index.
 class TextIndex {
  public:
   static constexpr uint32_t kNone = ~uint32_t{0};
@@ -38,21 +38,24 @@ class TextIndex {
   // Gives `text` the number `value` unless it has one; returns the number it has.
   uint32_t Insert(std::string_view text, uint32_t value);
   void Reserve(size_t count);
-  size_t Size() const { return size_; }
+  size_t Size() const { return entries_.size(); }
 
  private:
-  struct Slot {
+  struct Entry {
     std::string_view text;
+    uint32_t value;
+  };
+  struct Slot {
     uint32_t hash = 0;
-    uint32_t value = kNone;  // kNone: the slot is free
+    uint32_t entry = kNone;  // kNone: the slot is free
   };
   static uint32_t Hash(std::string_view text);
   // The slot of `text`, or the free slot where it would go.
   size_t Probe(std::string_view text, uint32_t hash) const;
   void Grow(size_t capacity);
 
-  std::vector<Slot> slots_;  // a power of two of them, at most half in use
-  size_t size_ = 0;
+  std::vector<Entry> entries_;  // in the order they were added
+  std::vector<Slot> slots_;     // a power of two of them, at most half in use
 };
 
 // Texts kept once each and numbered in the order they were first added. Texts stay where they
@@ -99,6 +102,9 @@ struct GraphView {
   std::vector<ViewNode> nodes;  // in graph order
   TextTable texts;              // the nodes' types and attribute sets
   TextArena arena;              // the nodes' names and inputs
+  // By type, the attribute set of the last node of that type: nodes of a type mostly share
+  // theirs with the one before, which a comparison finds sooner than a lookup.
+  std::vector<uint32_t> lastAttrs;
   // Node name to position (first namesake). Only views that are looked up by name (the
   // converted graph's) have one: indexing 100k names is not free.
   TextIndex index;
@@ -136,9 +142,10 @@ std::string_view ProducerOf(std::string_view input);
 bool IsControlInput(std::string_view input);
 
 // The first graph of serialised ModelDef bytes, without an index; empty when they do not parse
-// or hold no graph. Read field by field from the bytes: the message is never built, so tensor
-// data is neither parsed nor copied.
-GraphView SourceViewOf(const std::string& serialisedModel);
+// or hold no graph. `expectedNodes`, when known, saves growing the node list as it is read. Read
+// field by field from the bytes: the message is never built, so tensor data is neither parsed nor
+// copied.
+GraphView SourceViewOf(const std::string& serialisedModel, size_t expectedNodes = 0);
 // A compute graph as a view, indexed, inputs written the way the model file writes them.
 GraphView ViewOf(const tov::ComputeGraph& graph);
 

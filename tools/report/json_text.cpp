@@ -37,6 +37,15 @@ size_t SequenceLength(std::string_view text, size_t at) {
   return length;
 }
 
+// Bytes written as they are: printable ASCII but for the quote, the backslash and '<'.
+struct PlainBytes {
+  bool plain[256] = {};
+  constexpr PlainBytes() {
+    for (int c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\' && c != '<';
+  }
+};
+constexpr PlainBytes kPlain;
+
 }  // namespace
 
 void AppendJsonChars(std::string& out, std::string_view text) {
@@ -44,7 +53,7 @@ void AppendJsonChars(std::string& out, std::string_view text) {
   size_t at = 0;
   while (at < text.size()) {
     const auto c = static_cast<unsigned char>(text[at]);
-    if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\' && c != '<') {
+    if (kPlain.plain[c]) {
       ++at;
       continue;
     }

@@ -1,6 +1,7 @@
 #include "report_data.h"
 
 #include <algorithm>
+#include <future>
 #include <iterator>
 #include <string_view>
 #include <unordered_set>
@@ -112,13 +113,13 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
 // of the source view, of the converted view and the lists of changes, each table whole. The
 // tables already hold each text once, so the data refers to them by position without looking
 // a single text up again.
+constexpr const char* kMarkTexts[] = {"", "changed", "unsupported"};
+constexpr size_t kSourceTextsAt = std::size(kMarkTexts);
+
 struct TextPositions {
-  size_t source = 0;
   size_t converted = 0;
   size_t changes = 0;
 };
-
-constexpr const char* kMarkTexts[] = {"", "changed", "unsupported"};
 
 size_t MarkPosition(Mark mark) {
   switch (mark) {
@@ -146,15 +147,16 @@ std::string StringsText(const GraphView& source, const GraphView* converted,
     if (out.size() > 1) out += ',';
     AppendJsonString(out, mark);
   }
-  positions.source = std::size(kMarkTexts);
   AppendTexts(out, source.texts);
-  positions.converted = positions.source + source.texts.Size();
+  positions.converted = kSourceTextsAt + source.texts.Size();
   if (converted != nullptr) AppendTexts(out, converted->texts);
   positions.changes = positions.converted + (converted != nullptr ? converted->texts.Size() : 0);
   AppendTexts(out, changes);
   out += ']';
   return out;
 }
+
+constexpr std::string_view kRecordEndText(&kRecordEnd, 1);
 
 // A column of one number per row.
 template <typename Number>
@@ -168,44 +170,24 @@ void AppendColumn(std::string& out, const char* name, size_t rows, Number number
   out += ']';
 }
 
-// One side (before or after) of every node, a column per field: a graph of 100k nodes is then a
-// few large values rather than 100k small ones. A node without that side has null type and
-// attrs and an empty inputs record.
-void AppendSide(std::string& out, const std::vector<NodeComparison>& rows,
-                const ViewNode* NodeComparison::*side, size_t textsAt) {
-  out += '{';
-  for (auto [name, field] :
-       {std::pair{"types", &ViewNode::typeId}, std::pair{"attrs", &ViewNode::attrsId}}) {
-    AppendColumn(out, name, rows.size(), [&, field = field](std::string& text, size_t i) {
-      const ViewNode* node = rows[i].*side;
-      if (node == nullptr) {
-        text += "null";
-      } else {
-        AppendJsonNumber(text, textsAt + node->*field);
-      }
-    });
-    out += ',';
-  }
-  AppendJsonString(out, "inputs");
-  out += ":\"";
+// The rows after the source nodes, and the columns of every row that need the comparison.
+std::vector<std::string> NodesText(SourceData& source, const std::vector<NodeComparison>& rows,
+                                   const std::vector<Mark>& marks, const TextPositions& positions) {
+  SideColumns after;
   for (size_t i = 0; i < rows.size(); ++i) {
-    if (i > 0) AppendJsonChars(out, std::string_view(&kRecordEnd, 1));
-    const ViewNode* node = rows[i].*side;
-    if (node != nullptr) AppendJsonChars(out, node->inputs);
+    if (i >= source.view.nodes.size()) {
+      source.names.Add(rows[i].Name());
+      source.before.Add(nullptr, kSourceTextsAt);
+    }
+    after.Add(rows[i].after, positions.converted);
   }
-  out += "\"}";
-}
-
-std::string NodesText(const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks,
-                      const TextPositions& positions) {
+  std::vector<std::string> pieces;
   std::string out = "{\"count\":";
   AppendJsonNumber(out, rows.size());
-  out += ",\"names\":\"";
-  for (size_t i = 0; i < rows.size(); ++i) {
-    if (i > 0) AppendJsonChars(out, std::string_view(&kRecordEnd, 1));
-    AppendJsonChars(out, rows[i].Name());
-  }
-  out += "\",";
+  out += ",\"names\":";
+  pieces.push_back(std::move(out));
+  source.names.MoveTo(pieces);
+  out = ",";
   AppendColumn(out, "marks", rows.size(), [&marks](std::string& text, size_t i) {
     AppendJsonNumber(text, MarkPosition(marks[i]));
   });
@@ -214,11 +196,12 @@ std::string NodesText(const std::vector<NodeComparison>& rows, const std::vector
     AppendJsonNumber(text, positions.changes + rows[i].changes);
   });
   out += ",\"before\":";
-  AppendSide(out, rows, &NodeComparison::before, positions.source);
-  out += ",\"after\":";
-  AppendSide(out, rows, &NodeComparison::after, positions.converted);
-  out += '}';
-  return out;
+  pieces.push_back(std::move(out));
+  source.before.MoveTo(pieces);
+  pieces.emplace_back(",\"after\":");
+  after.MoveTo(pieces);
+  pieces.emplace_back("}");
+  return pieces;
 }
 
 json PicturesJson(const Pictures& pictures, size_t rows) {
@@ -233,7 +216,54 @@ json PicturesJson(const Pictures& pictures, size_t rows) {
 
 }  // namespace
 
-PageData BuildReportBody(GraphView source, std::optional<GraphView> converted,
+void NameColumn::Add(std::string_view name) {
+  if (rows_++ > 0) AppendJsonChars(text_, kRecordEndText);
+  AppendJsonChars(text_, name);
+}
+
+void NameColumn::MoveTo(std::vector<std::string>& pieces) {
+  pieces.emplace_back("\"");
+  pieces.push_back(std::move(text_));
+  pieces.emplace_back("\"");
+}
+
+// A node without the side has null type and attrs and an empty inputs record.
+void SideColumns::Add(const ViewNode* node, size_t textsAt) {
+  if (rows_++ > 0) {
+    types_ += ',';
+    attrs_ += ',';
+    AppendJsonChars(inputs_, kRecordEndText);
+  }
+  if (node == nullptr) {
+    types_ += "null";
+    attrs_ += "null";
+    return;
+  }
+  AppendJsonNumber(types_, textsAt + node->typeId);
+  AppendJsonNumber(attrs_, textsAt + node->attrsId);
+  AppendJsonChars(inputs_, node->inputs);
+}
+
+void SideColumns::MoveTo(std::vector<std::string>& pieces) {
+  pieces.emplace_back("{\"types\":[");
+  pieces.push_back(std::move(types_));
+  pieces.emplace_back("],\"attrs\":[");
+  pieces.push_back(std::move(attrs_));
+  pieces.emplace_back("],\"inputs\":\"");
+  pieces.push_back(std::move(inputs_));
+  pieces.emplace_back("\"}");
+}
+
+SourceData PrepareSource(GraphView view) {
+  SourceData source{std::move(view), {}, {}};
+  for (const ViewNode& node : source.view.nodes) {
+    source.names.Add(node.name);
+    source.before.Add(&node, kSourceTextsAt);
+  }
+  return source;
+}
+
+PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
                          const json& checkReport, const PictureLimits& limits) {
   std::unordered_set<std::string> refused;
   PageData body;
@@ -244,19 +274,23 @@ PageData BuildReportBody(GraphView source, std::optional<GraphView> converted,
   Comparison comparison;
   {
     ProfileScope step("report: compare");
-    comparison = CompareGraphs(source, after);
+    comparison = CompareGraphs(source.view, after);
   }
   const std::vector<NodeComparison>& rows = comparison.rows;
   const std::vector<Mark> marks = MarkRows(rows, refused);
-  {
+  // Graphviz lays out the pictures on a thread of its own while the columns are written.
+  std::future<Pictures> pictures = std::async(std::launch::async, [&rows, &marks, &limits] {
     ProfileScope step("report: draw");
-    data["pictures"] = PicturesJson(DrawPictures(rows, marks, limits), rows.size());
+    return DrawPictures(rows, marks, limits);
+  });
+  {
+    ProfileScope step("report: node data");
+    TextPositions positions;
+    std::string strings = StringsText(source.view, after, comparison.changes, positions);
+    body.written.push_back({"nodes", NodesText(source, rows, marks, positions)});
+    body.written.push_back({"strings", {std::move(strings)}});
   }
-  ProfileScope step("report: node data");
-  TextPositions positions;
-  std::string strings = StringsText(source, after, comparison.changes, positions);
-  body.written.emplace_back("nodes", NodesText(rows, marks, positions));
-  body.written.emplace_back("strings", std::move(strings));
+  data["pictures"] = PicturesJson(pictures.get(), rows.size());
   return body;
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -52,11 +53,49 @@ struct RunFacts {
 // The data is built in two parts, so that the costly one can run while the command line writes
 // its other outputs, and the summary still shows how long those took.
 
+// The column of the nodes' names, as the inside of one JSON string.
+class NameColumn {
+ public:
+  void Add(std::string_view name);
+  // Moves the column to the end of `pieces`.
+  void MoveTo(std::vector<std::string>& pieces);
+
+ private:
+  std::string text_;
+  size_t rows_ = 0;
+};
+
+// One side (before or after) of the nodes' columns, written as JSON text row by row.
+class SideColumns {
+ public:
+  // `textsAt`: where the texts of the node's view begin in the data's "strings".
+  void Add(const ViewNode* node, size_t textsAt);
+  // Moves the columns, as one JSON object, to the end of `pieces`.
+  void MoveTo(std::vector<std::string>& pieces);
+
+ private:
+  std::string types_;  // numbers and nulls, without the brackets
+  std::string attrs_;
+  std::string inputs_;  // the inside of one JSON string
+  size_t rows_ = 0;
+};
+
+// What the data takes from the source graph alone, worked out while the parser still works on
+// the same model: the view, and the names and before side of the source nodes, which are the
+// first rows.
+struct SourceData {
+  GraphView view;
+  NameColumn names;
+  SideColumns before;
+};
+
+SourceData PrepareSource(GraphView view);
+
 // Everything but the summary; `nodes` and `strings`, most of a large graph's data, come written
 // as JSON text. `converted` is empty when the conversion failed; `checkReport` is the operator
 // support report the run wrote, as read back from its file, or null. The views are taken, so
 // that they are freed wherever the body is built.
-PageData BuildReportBody(GraphView source, std::optional<GraphView> converted,
+PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
                          const nlohmann::json& checkReport, const PictureLimits& limits = {});
 
 // Adds the summary to a body.

@@ -39,13 +39,13 @@ void EmitPage(const PageData& data, Emit emit) {
     // The written members join the object before its closing brace.
     object.pop_back();
     bool first = object.size() == 1;  // nothing but the opening brace
-    for (const auto& [name, text] : data.written) {
+    for (const PageData::Written& member : data.written) {
       if (!first) object += ',';
       first = false;
-      AppendJsonString(object, name);
+      AppendJsonString(object, member.name);
       object += ':';
       emit(object);
-      emit(text);
+      for (const std::string& piece : member.pieces) emit(piece);
       object.clear();
     }
     object += '}';

@@ -5,7 +5,6 @@
 #define TESU_TOOLS_REPORT_REPORT_PAGE_H
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -20,7 +19,11 @@ namespace report {
 // as JSON text (see json_text.h), which go into the page as they are.
 struct PageData {
   nlohmann::json object = nlohmann::json::object();
-  std::vector<std::pair<std::string, std::string>> written;  // member name, JSON text
+  struct Written {
+    std::string name;
+    std::vector<std::string> pieces;  // the value's JSON text, in pieces that are not joined
+  };
+  std::vector<Written> written;
 };
 
 // Appends the data as JSON text that can stand inside a <script> element: "</" and "<!" are
