@@ -1,5 +1,6 @@
 #include "conversion_report.h"
 
+#include <optional>
 #include <utility>
 
 #include "framework/profiler.h"
@@ -31,28 +32,37 @@ void ConversionReport::SourceRead() {
 void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport) {
   if (!Wanted()) return;
   SourceRead();
-  pending_ = std::async(std::launch::async, [source = std::move(sourceData_), converted,
-                                             checkReport = std::move(checkReport)]() mutable {
+  converted_ = converted != nullptr;
+  std::promise<void> built;
+  built_ = built.get_future();
+  written_ = std::async(std::launch::async, [path = path_, source = std::move(sourceData_),
+                                             converted, checkReport = std::move(checkReport),
+                                             built = std::move(built),
+                                             summary = summary_.get_future()]() mutable {
     std::optional<GraphView> convertedView;
     if (converted != nullptr) {
       ProfileScope step("report: converted graph");
       convertedView = ViewOf(*converted);
     }
-    return BuildReportBody(std::move(source), std::move(convertedView), checkReport);
+    const PageData body = BuildReportBody(std::move(source), std::move(convertedView), checkReport);
+    built.set_value();
+    return WriteReportPage(path, body, std::move(summary));
   });
 }
 
 void ConversionReport::Wait() {
-  if (!Wanted() || body_.has_value()) return;
-  if (!pending_.valid()) Compare(nullptr, nullptr);
-  body_ = pending_.get();
+  if (!Wanted() || waited_) return;
+  if (!written_.valid()) Compare(nullptr, nullptr);
+  built_.get();
+  waited_ = true;
 }
 
 Status ConversionReport::Write(const RunFacts& run) {
   if (!Wanted()) return SUCCESS;
   Wait();
-  AddSummary(*body_, run);
-  return WriteReportPage(path_, *body_);
+  ProfileScope step("report: finish page");
+  summary_.set_value(ReportSummary(run, converted_));
+  return written_.get();
 }
 
 }  // namespace report

@@ -6,7 +6,6 @@
 #define TESU_TOOLS_REPORT_CONVERSION_REPORT_H
 
 #include <future>
-#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -42,17 +41,23 @@ class ConversionReport {
   // graph and draws both on a worker thread. The graph is only read, and must not change until
   // Wait returns. `checkReport` is the operator support report the run wrote, or null.
   void Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport);
-  // Waits for the comparison, so that the steps it timed are recorded.
+  // Waits for the comparison, so that the steps it timed are recorded. The worker then writes
+  // the page but for the summary.
   void Wait();
-  // Adds the run's summary and writes the page, whole or not at all.
+  // Completes the page with the run's summary, whole or not at all.
   Status Write(const RunFacts& run);
 
  private:
   std::string path_;
+  bool converted_ = false;
   std::future<SourceData> source_;
   SourceData sourceData_;
-  std::future<PageData> pending_;
-  std::optional<PageData> body_;
+  std::future<void> built_;
+  bool waited_ = false;
+  std::future<Status> written_;
+  // Declared after the worker's future, so that a summary never given is abandoned (and the
+  // page given up) before that future waits for the worker.
+  std::promise<nlohmann::json> summary_;
 };
 
 }  // namespace report

@@ -294,6 +294,10 @@ PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
   return body;
 }
 
+json ReportSummary(const RunFacts& run, bool converted) {
+  return Summary(run, converted);
+}
+
 void AddSummary(PageData& body, const RunFacts& run) {
   body.object["summary"] = Summary(run, body.object.value("converted", false));
 }

@@ -98,6 +98,9 @@ SourceData PrepareSource(GraphView view);
 PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
                          const nlohmann::json& checkReport, const PictureLimits& limits = {});
 
+// The summary of a run; `converted`: whether the run has a converted graph.
+nlohmann::json ReportSummary(const RunFacts& run, bool converted);
+
 // Adds the summary to a body.
 void AddSummary(PageData& body, const RunFacts& run);
 

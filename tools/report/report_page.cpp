@@ -20,45 +20,53 @@ constexpr std::string_view kStyleSlot = "/*@style*/";
 constexpr std::string_view kScriptSlot = "/*@script*/";
 constexpr std::string_view kDataSlot = "@data";
 
-// Hands the page to `emit` piece by piece, in order.
+// The page up to the end of the data's members but the summary: the template names the slots in
+// this order: style in the head, then data, then script.
 template <typename Emit>
-void EmitPage(const PageData& data, Emit emit) {
-  // The template names the slots in this order: style in the head, then data, then script.
-  std::string_view rest = resources::kReportHtml;
-  size_t at = rest.find(kStyleSlot);
-  if (at != std::string_view::npos) {
-    emit(rest.substr(0, at));
-    emit(resources::kReportCss);
-    rest = rest.substr(at + kStyleSlot.size());
+void EmitHead(const nlohmann::json& object, const std::vector<PageData::Written>& written,
+              Emit emit) {
+  const std::string_view html = resources::kReportHtml;
+  const size_t style = html.find(kStyleSlot);
+  const size_t data = html.find(kDataSlot);
+  emit(html.substr(0, style));
+  emit(resources::kReportCss);
+  emit(html.substr(style + kStyleSlot.size(), data - style - kStyleSlot.size()));
+  std::string text;
+  AppendScriptSafeJson(text, object);
+  text.pop_back();                // the written members join the object before its closing brace
+  bool first = text.size() == 1;  // nothing but the opening brace
+  for (const PageData::Written& member : written) {
+    if (!first) text += ',';
+    first = false;
+    AppendJsonString(text, member.name);
+    text += ':';
+    emit(text);
+    for (const std::string& piece : member.pieces) emit(piece);
+    text.clear();
   }
-  at = rest.find(kDataSlot);
-  if (at != std::string_view::npos) {
-    emit(rest.substr(0, at));
-    std::string object;
-    AppendScriptSafeJson(object, data.object);
-    // The written members join the object before its closing brace.
-    object.pop_back();
-    bool first = object.size() == 1;  // nothing but the opening brace
-    for (const PageData::Written& member : data.written) {
-      if (!first) object += ',';
-      first = false;
-      AppendJsonString(object, member.name);
-      object += ':';
-      emit(object);
-      for (const std::string& piece : member.pieces) emit(piece);
-      object.clear();
-    }
-    object += '}';
-    emit(object);
-    rest = rest.substr(at + kDataSlot.size());
+  emit(text);
+}
+
+// The rest: the summary, when there is one, as the data's last member, and the script.
+template <typename Emit>
+void EmitTail(const nlohmann::json* summary, bool firstMember, Emit emit) {
+  std::string text;
+  if (summary != nullptr) {
+    text = firstMember ? "\"summary\":" : ",\"summary\":";
+    AppendScriptSafeJson(text, *summary);
   }
-  at = rest.find(kScriptSlot);
-  if (at != std::string_view::npos) {
-    emit(rest.substr(0, at));
-    emit(resources::kReportJs);
-    rest = rest.substr(at + kScriptSlot.size());
-  }
-  emit(rest);
+  text += '}';
+  emit(text);
+  const std::string_view html = resources::kReportHtml;
+  const size_t data = html.find(kDataSlot) + kDataSlot.size();
+  const size_t script = html.find(kScriptSlot);
+  emit(html.substr(data, script - data));
+  emit(resources::kReportJs);
+  emit(html.substr(script + kScriptSlot.size()));
+}
+
+bool FirstMember(const nlohmann::json& object, const std::vector<PageData::Written>& written) {
+  return object.empty() && written.empty();
 }
 
 bool WriteAll(int fd, std::string_view bytes) {
@@ -89,19 +97,28 @@ void AppendScriptSafeJson(std::string& out, const nlohmann::json& data) {
 }
 
 std::string ReportPage(const PageData& data) {
+  nlohmann::json object = data.object;
+  nlohmann::json summary;
+  const auto found = object.find("summary");
+  if (found != object.end()) {
+    summary = std::move(*found);
+    object.erase(found);
+  }
   std::string page;
-  EmitPage(data, [&page](std::string_view piece) { page.append(piece); });
+  auto emit = [&page](std::string_view piece) { page.append(piece); };
+  EmitHead(object, data.written, emit);
+  EmitTail(summary.is_null() ? nullptr : &summary, FirstMember(object, data.written), emit);
   return page;
 }
 
-Status WriteReportPage(const std::string& path, const PageData& data) {
-  ProfileScope step("report: write page");
-  return WriteFileAtomically(path, [&data](int fd) {
+Status WriteReportPage(const std::string& path, const PageData& data,
+                       std::future<nlohmann::json> summary) {
+  return WriteFileAtomically(path, [&](int fd) {
     // Small pieces are gathered so that the file is written in large blocks.
     constexpr size_t kBlock = size_t{1} << 16;
     std::string buffer;
     bool ok = true;
-    EmitPage(data, [&](std::string_view piece) {
+    auto emit = [&](std::string_view piece) {
       if (!ok) return;
       if (buffer.size() + piece.size() <= kBlock) {
         buffer.append(piece);
@@ -109,7 +126,22 @@ Status WriteReportPage(const std::string& path, const PageData& data) {
       }
       ok = WriteAll(fd, buffer) && WriteAll(fd, piece);
       buffer.clear();
-    });
+    };
+    {
+      ProfileScope step("report: write page");
+      EmitHead(data.object, data.written, emit);
+      // The bulk of the page goes to the disk now, so that the sync that completes the page
+      // has little left to do.
+      ok = ok && WriteAll(fd, buffer) && fdatasync(fd) == 0;
+      buffer.clear();
+    }
+    nlohmann::json summaryData;
+    try {
+      summaryData = summary.get();
+    } catch (const std::future_error&) {
+      return false;  // the run ended without a summary: no page
+    }
+    EmitTail(&summaryData, FirstMember(data.object, data.written), emit);
     return ok && WriteAll(fd, buffer);
   });
 }

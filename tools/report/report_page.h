@@ -4,6 +4,7 @@
 #ifndef TESU_TOOLS_REPORT_REPORT_PAGE_H
 #define TESU_TOOLS_REPORT_REPORT_PAGE_H
 
+#include <future>
 #include <string>
 #include <vector>
 
@@ -31,12 +32,16 @@ struct PageData {
 // comment. Text that is not UTF-8 is replaced rather than refused.
 void AppendScriptSafeJson(std::string& out, const nlohmann::json& data);
 
-// The whole page for the data.
+// The whole page for the data; a summary in the data's object comes last.
 std::string ReportPage(const PageData& data);
 
-// Writes the page, whole or not at all; FILE_WRITE_FAILED when it cannot. The data's large
-// members go from memory to the file without being copied into the page first.
-Status WriteReportPage(const std::string& path, const PageData& data);
+// Writes the page, whole or not at all, in two steps: everything but the summary at once, on the
+// calling thread, and flushed to the disk; then, once `summary` is ready (it holds the timings
+// of the whole run, so it comes last), the summary and the rest of the page. `data` must not
+// hold a summary. FILE_WRITE_FAILED when the page cannot be written or the summary is
+// abandoned.
+Status WriteReportPage(const std::string& path, const PageData& data,
+                       std::future<nlohmann::json> summary);
 
 }  // namespace report
 }  // namespace cli
