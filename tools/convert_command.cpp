@@ -289,10 +289,10 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   }
 
   KeepUntilExit(graph);
+  // The report reads, compares and draws the converted graph while the outputs are written.
+  page.Compare(computeGraph.get(), CheckReportOf(report));
   const tov::Model converted(modelName, graph);
   summary.after = CountOps(*computeGraph);
-  // The report compares and draws while the outputs are written.
-  page.Compare(computeGraph.get(), CheckReportOf(report));
   if (!WriteOutputs(options, ConversionResult{converted, sourceDot}, summary, err)) {
     // The outputs written stay, so the report shows the conversion it made.
     const ReportRun run{FILE_WRITE_FAILED, kFailure, OutcomeOf(FILE_WRITE_FAILED), summary.before,

@@ -170,10 +170,25 @@ void AppendColumn(std::string& out, const char* name, size_t rows, Number number
   out += ']';
 }
 
+// Room for a row's separator, and for a few escapes in its text.
+constexpr size_t kRowSlack = 8;
+// Room for a number of a column, with its comma.
+constexpr size_t kNumberRoom = 7;
+
+// The bytes of the texts `field` of `nodes`.
+size_t TextBytes(const std::vector<ViewNode>& nodes, std::string_view ViewNode::*field) {
+  size_t bytes = 0;
+  for (const ViewNode& node : nodes) bytes += (node.*field).size();
+  return bytes;
+}
+
 // The rows after the source nodes, and the columns of every row that need the comparison.
-std::vector<std::string> NodesText(SourceData& source, const std::vector<NodeComparison>& rows,
+std::vector<std::string> NodesText(SourceData& source, const GraphView* converted,
+                                   const std::vector<NodeComparison>& rows,
                                    const std::vector<Mark>& marks, const TextPositions& positions) {
   SideColumns after;
+  if (converted != nullptr)
+    after.Reserve(rows.size(), TextBytes(converted->nodes, &ViewNode::inputs));
   for (size_t i = 0; i < rows.size(); ++i) {
     if (i >= source.view.nodes.size()) {
       source.names.Add(rows[i].Name());
@@ -216,6 +231,10 @@ json PicturesJson(const Pictures& pictures, size_t rows) {
 
 }  // namespace
 
+void NameColumn::Reserve(size_t rows, size_t bytes) {
+  text_.reserve(bytes + rows * kRowSlack);
+}
+
 void NameColumn::Add(std::string_view name) {
   if (rows_++ > 0) AppendJsonChars(text_, kRecordEndText);
   AppendJsonChars(text_, name);
@@ -225,6 +244,12 @@ void NameColumn::MoveTo(std::vector<std::string>& pieces) {
   pieces.emplace_back("\"");
   pieces.push_back(std::move(text_));
   pieces.emplace_back("\"");
+}
+
+void SideColumns::Reserve(size_t rows, size_t bytes) {
+  types_.reserve(rows * kNumberRoom);
+  attrs_.reserve(rows * kNumberRoom);
+  inputs_.reserve(bytes + rows * kRowSlack);
 }
 
 // A node without the side has null type and attrs and an empty inputs record.
@@ -256,7 +281,12 @@ void SideColumns::MoveTo(std::vector<std::string>& pieces) {
 
 SourceData PrepareSource(GraphView view) {
   SourceData source{std::move(view), {}, {}};
-  for (const ViewNode& node : source.view.nodes) {
+  const std::vector<ViewNode>& nodes = source.view.nodes;
+  // Conversion adds a few nodes, which come after these.
+  const size_t rows = nodes.size() + nodes.size() / 8;
+  source.names.Reserve(rows, TextBytes(nodes, &ViewNode::name));
+  source.before.Reserve(rows, TextBytes(nodes, &ViewNode::inputs));
+  for (const ViewNode& node : nodes) {
     source.names.Add(node.name);
     source.before.Add(&node, kSourceTextsAt);
   }
@@ -287,7 +317,7 @@ PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
     ProfileScope step("report: node data");
     TextPositions positions;
     std::string strings = StringsText(source.view, after, comparison.changes, positions);
-    body.written.push_back({"nodes", NodesText(source, rows, marks, positions)});
+    body.written.push_back({"nodes", NodesText(source, after, rows, marks, positions)});
     body.written.push_back({"strings", {std::move(strings)}});
   }
   data["pictures"] = PicturesJson(pictures.get(), rows.size());

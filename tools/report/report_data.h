@@ -56,6 +56,8 @@ struct RunFacts {
 // The column of the nodes' names, as the inside of one JSON string.
 class NameColumn {
  public:
+  // Makes room for about `rows` names of `bytes` bytes in all.
+  void Reserve(size_t rows, size_t bytes);
   void Add(std::string_view name);
   // Moves the column to the end of `pieces`.
   void MoveTo(std::vector<std::string>& pieces);
@@ -69,6 +71,8 @@ class NameColumn {
 class SideColumns {
  public:
   // `textsAt`: where the texts of the node's view begin in the data's "strings".
+  // Makes room for about `rows` rows whose inputs take `bytes` bytes in all.
+  void Reserve(size_t rows, size_t bytes);
   void Add(const ViewNode* node, size_t textsAt);
   // Moves the columns, as one JSON object, to the end of `pieces`.
   void MoveTo(std::vector<std::string>& pieces);
