@@ -31,7 +31,7 @@ class ConversionReport {
   const std::string& Path() const { return path_; }
 
   // Starts reading the source graph from serialised model bytes on a worker thread, which also
-  // prepares what the page takes from it alone and gets Graphviz ready to draw. The bytes must
+  // prepares what the page takes from it alone. The bytes must
   // stay as they are until SourceRead returns. `expectedNodes` is how many nodes the graph has,
   // as far as is known.
   void ReadSource(const std::string& bytes, size_t expectedNodes);
