@@ -329,15 +329,46 @@ TEST(ReportDataTest, NodesThatConvertAlikeKeepTheirOwnInputChanges) {
   converted.Unary("r2", "Activation", "r1");
   converted.Unary("r3", "Activation", "r1");
   const std::string retyped = "type\tRelu \u2192 Activation\n";
-  EXPECT_EQ(
-      ChangesByName(source, converted),
-      (std::map<std::string, std::string>{
-          {"x", ""}, {"r1", retyped}, {"r2", retyped + "inputs\t+r1:0; -x:0\n"}, {"r3", retyped}}));
+  const std::map<std::string, std::string> expected = {
+      {"x", ""}, {"r1", retyped}, {"r2", retyped + "inputs\t+r1:0; -x:0\n"}, {"r3", retyped}};
+  EXPECT_EQ(ChangesByName(source, converted), expected);
+
+  // Nodes are matched by name, whatever order the converted graph lists them in.
+  ModelBuilder reordered;
+  reordered.Data("x");
+  reordered.Unary("r1", "Activation", "x");
+  reordered.Unary("r3", "Activation", "r1");
+  reordered.Unary("r2", "Activation", "r1");
+  EXPECT_EQ(ChangesByName(source, reordered), expected);
 }
 
 }  // namespace
 
 namespace {
+
+// A text of the arena or the index: long ones outgrow a block of the arena.
+std::string NthText(size_t i) {
+  return i % 1000 == 999 ? std::string(300000, static_cast<char>('a' + i % 26))
+                         : "n" + std::to_string(i);
+}
+
+// The name index and the text tables grow as texts come; every text keeps the number it was
+// first given, and texts longer than a block of the arena are kept whole.
+TEST(GraphViewTest, IndexAndArenaKeepEveryText) {
+  tesu::cli::report::TextArena arena;
+  tesu::cli::report::TextIndex index;
+  std::vector<std::string_view> texts;
+  for (uint32_t i = 0; i < 5000; ++i) {
+    texts.push_back(arena.Copy(NthText(i)));
+    ASSERT_EQ(index.Insert(texts.back(), i), i);
+  }
+  EXPECT_EQ(index.Insert(texts[7], 99999), 7u) << "a text keeps its first number";
+  EXPECT_EQ(index.Find("n5000"), tesu::cli::report::TextIndex::kNone);
+  for (uint32_t i = 0; i < texts.size(); ++i) {
+    ASSERT_EQ(texts[i], NthText(i));
+    ASSERT_EQ(index.Find(NthText(i)), i);
+  }
+}
 
 // The source graph is read from the model's bytes and the converted graph from the compute
 // graph; a node that conversion left alone must read the same both ways, or every node would

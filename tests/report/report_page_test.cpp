@@ -1,9 +1,13 @@
-// The page carries its data as a JSON block that no node name can break out of.
+// The page carries its data as a JSON block that no node name can break out of, and is written
+// whole or not at all, its summary last.
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "../framework/test_files.h"
+#include "conversion_report.h"
 #include "json_text.h"
+#include "model_builder.h"
 #include "report_page.h"
 
 namespace {
@@ -92,6 +96,40 @@ TEST(ReportPageTest, TextWrittenAsJsonReadsBack) {
 TEST(ReportPageTest, TextThatIsNotUtf8IsReplacedNotRefused) {
   const std::string page = tesu::cli::report::ReportPage({json{{"name", "bad\xff"}}, {}});
   EXPECT_EQ(json::parse(DataBlock(page))["name"], "bad\xEF\xBF\xBD");
+}
+
+// The page is written by the worker up to the summary, which the run adds at its end; a run that
+// never gives its summary leaves no page and no temporary file.
+TEST(ReportPageTest, ThePageIsCompletedByTheSummaryOrNotWrittenAtAll) {
+  using tesu::cli::report::ConversionReport;
+  frameworktest::TempDir dir;
+  testkit::ModelBuilder model;
+  model.Data("in");
+  model.Unary("act", "Relu", "in");
+  const std::string bytes = model.Bytes();
+  const auto graph = model.LoadGraph();
+  for (const bool converted : {true, false}) {
+    const std::string path = dir.Path(converted ? "converted.html" : "failed.html");
+    ConversionReport page(path);
+    page.ReadSource(bytes, 2);
+    page.Compare(converted ? graph.get() : nullptr, nullptr);
+    tesu::cli::report::RunFacts run;
+    run.modelFile = "net.pb";
+    run.opsBefore = {{"Data", 1}, {"Relu", 1}};
+    ASSERT_EQ(page.Write(run), tesu::SUCCESS);
+    const json data = json::parse(DataBlock(frameworktest::ReadFile(path)));
+    EXPECT_EQ(data["summary"]["model"], "net.pb");
+    EXPECT_EQ(data["summary"]["converted"], converted);
+    EXPECT_EQ(data["nodes"]["count"], 2);
+    EXPECT_EQ(data["nodes"]["after"]["types"][1].is_null(), !converted);
+  }
+  {
+    ConversionReport page(dir.Path("abandoned.html"));
+    page.ReadSource(bytes, 2);
+    page.Compare(graph.get(), nullptr);
+    page.Wait();
+  }
+  EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"converted.html", "failed.html"}));
 }
 
 }  // namespace
