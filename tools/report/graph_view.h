@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "graph/compute_graph.h"
@@ -74,6 +75,16 @@ class TextTable {
 // Copies of texts, in large blocks that are never moved or freed before the arena.
 class TextArena {
  public:
+  TextArena() = default;
+  // A moved-from arena starts afresh rather than writing into the blocks it gave away.
+  TextArena(TextArena&& other) noexcept { *this = std::move(other); }
+  TextArena& operator=(TextArena&& other) noexcept {
+    blocks_ = std::move(other.blocks_);
+    next_ = std::exchange(other.next_, nullptr);
+    left_ = std::exchange(other.left_, 0);
+    return *this;
+  }
+
   std::string_view Copy(std::string_view text);
 
  private:
