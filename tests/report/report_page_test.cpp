@@ -7,6 +7,7 @@
 #include "../framework/test_files.h"
 #include "conversion_report.h"
 #include "json_text.h"
+#include "log_capture.h"
 #include "model_builder.h"
 #include "report_page.h"
 
@@ -124,10 +125,14 @@ TEST(ReportPageTest, ThePageIsCompletedByTheSummaryOrNotWrittenAtAll) {
     EXPECT_EQ(data["nodes"]["after"]["types"][1].is_null(), !converted);
   }
   {
-    ConversionReport page(dir.Path("abandoned.html"));
-    page.ReadSource(bytes, 2);
-    page.Compare(graph.get(), nullptr);
-    page.Wait();
+    testkit::LogCapture log;
+    {
+      ConversionReport page(dir.Path("abandoned.html"));
+      page.ReadSource(bytes, 2);
+      page.Compare(graph.get(), nullptr);
+      page.Wait();
+    }
+    EXPECT_TRUE(log.Contains("abandoned.html"));
   }
   EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"converted.html", "failed.html"}));
 }
