@@ -304,7 +304,7 @@ Comparison CompareGraphs(const GraphView& source, const GraphView* converted) {
       rewired.push_back(row.before);
       list.Assign(table[known.changes], known.weight);
       DescribeInputs(*row.before, *row.after, list);
-      row.changes = table.Add(list.Text());
+      row.changes = table.AddOnce(list.Text());
       row.weight = list.Weight();
     } else {
       goneNamesakes = goneNamesakes || row.after != nullptr;
@@ -322,9 +322,9 @@ Comparison CompareGraphs(const GraphView& source, const GraphView* converted) {
   }
   gone.Collect(rewired);
   // Gone nodes are described after every kept node, so that a fusion can note itself on the
-  // node that absorbed it.
+  // node that absorbed it. What they say names other nodes, so it is rarely said twice.
   auto record = [&table](NodeComparison& row, const ChangeList& changes) {
-    row.changes = table.Add(changes.Text());
+    row.changes = table.AddOnce(changes.Text());
     row.weight = changes.Weight();
   };
   for (NodeComparison& row : rows) {
@@ -356,8 +356,8 @@ Comparison CompareGraphs(const GraphView& source, const GraphView* converted) {
     const ViewNode& node = converted->nodes[i];
     list.Clear();
     list.Add(change::kAdded, "new " + Str(node.type) + " node");
-    rows.push_back({nullptr, &node});
-    record(rows.back(), list);
+    // Added nodes of one type are described alike.
+    rows.push_back({nullptr, &node, table.Add(list.Text()), list.Weight()});
   }
   return result;
 }

@@ -167,6 +167,11 @@ void TextIndex::Grow(size_t capacity) {
   }
 }
 
+uint32_t TextTable::AddOnce(std::string_view text) {
+  texts_.emplace_back(text);
+  return static_cast<uint32_t>(texts_.size() - 1);
+}
+
 uint32_t TextTable::Add(std::string_view text) {
   const uint32_t found = ids_.Find(text);
   if (found != TextIndex::kNone) return found;

@@ -64,6 +64,9 @@ class TextIndex {
 class TextTable {
  public:
   uint32_t Add(std::string_view text);
+  // Adds a text that is not looked for again (it names a node, say), without indexing it; an
+  // equal text added later gets a number of its own.
+  uint32_t AddOnce(std::string_view text);
   std::string_view operator[](uint32_t id) const { return texts_[id]; }
   size_t Size() const { return texts_.size(); }
 
