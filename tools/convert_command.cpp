@@ -307,7 +307,9 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   }
   // The parser and the report's reading of the source graph share the bytes; both only read.
   report::ConversionReport page(options.reportFile);
-  page.ReadSource(bytes);
+  size_t sourceNodes = 0;
+  for (const auto& [type, count] : summary.before) sourceNodes += count;
+  page.ReadSource(bytes, sourceNodes);
   const CheckReportWatch report(options.parser.checkReportPath);
   std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
   if (parser == nullptr) {
@@ -337,10 +339,10 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   }
 
   KeepUntilExit(graph);
+  // The report reads, compares and draws the converted graph while the outputs are written.
+  page.Compare(computeGraph.get(), CheckReportOf(report));
   const tov::Model converted(modelName, graph);
   summary.after = CountOps(*computeGraph);
-  // The report compares and draws while the outputs are written.
-  page.Compare(computeGraph.get(), CheckReportOf(report));
   if (!WriteOutputs(options, ConversionResult{converted, sourceDot}, summary, err)) {
     // The outputs written stay, so the report shows the conversion it made.
     const ReportRun run{FILE_WRITE_FAILED, kFailure, OutcomeOf(FILE_WRITE_FAILED), summary.before,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -26,6 +27,7 @@ using nlohmann::json;
 using testkit::ModelBuilder;
 using tesu::cli::report::AddSummary;
 using tesu::cli::report::BuildReportBody;
+using tesu::cli::report::CompareGraphs;
 using tesu::cli::report::GraphView;
 using tesu::cli::report::PictureLimits;
 using tesu::cli::report::RunFacts;
@@ -89,9 +91,16 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
            const PictureLimits& limits = {}) {
   std::optional<GraphView> after;
   if (converted) after = ViewOf(*Converted().LoadGraph());
-  json data =
-      BuildReportBody(SourceViewOf(Source().Bytes()), std::move(after), checkReport, limits);
-  AddSummary(data, run);
+  tesu::cli::report::PageData body =
+      BuildReportBody(tesu::cli::report::PrepareSource(SourceViewOf(Source().Bytes())),
+                      std::move(after), checkReport, limits);
+  AddSummary(body, run);
+  json data = body.object;
+  for (const auto& member : body.written) {
+    std::string text;
+    for (const std::string& piece : member.pieces) text += piece;
+    data[member.name] = json::parse(text);
+  }
   // The nodes' columns as one [name, mark, before, after, changes] entry per node.
   const json& strings = data["strings"];
   const json& columns = data["nodes"];
@@ -293,9 +302,73 @@ TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
   EXPECT_GT(rows, 30u);
 }
 
+// The change lines of each node, by name, as CompareGraphs gives them.
+std::map<std::string, std::string> ChangesByName(const ModelBuilder& source,
+                                                 const ModelBuilder& converted) {
+  const GraphView before = SourceViewOf(source.Bytes());
+  const GraphView after = ViewOf(*converted.LoadGraph());
+  const tesu::cli::report::Comparison comparison = CompareGraphs(before, &after);
+  std::map<std::string, std::string> changes;
+  for (const auto& row : comparison.rows) {
+    changes[std::string(row.Name())] += std::string(comparison.changes[row.changes]);
+  }
+  return changes;
+}
+
+// Nodes of one type and one set of attributes share what their type and attributes did, but
+// not what happened to their inputs.
+TEST(ReportDataTest, NodesThatConvertAlikeKeepTheirOwnInputChanges) {
+  ModelBuilder source;
+  source.Data("x");
+  source.Unary("r1", "Relu", "x");
+  source.Unary("r2", "Relu", "x");
+  source.Unary("r3", "Relu", "r1");
+  ModelBuilder converted;
+  converted.Data("x");
+  converted.Unary("r1", "Activation", "x");
+  converted.Unary("r2", "Activation", "r1");
+  converted.Unary("r3", "Activation", "r1");
+  const std::string retyped = "type\tRelu \u2192 Activation\n";
+  const std::map<std::string, std::string> expected = {
+      {"x", ""}, {"r1", retyped}, {"r2", retyped + "inputs\t+r1:0; -x:0\n"}, {"r3", retyped}};
+  EXPECT_EQ(ChangesByName(source, converted), expected);
+
+  // Nodes are matched by name, whatever order the converted graph lists them in.
+  ModelBuilder reordered;
+  reordered.Data("x");
+  reordered.Unary("r1", "Activation", "x");
+  reordered.Unary("r3", "Activation", "r1");
+  reordered.Unary("r2", "Activation", "r1");
+  EXPECT_EQ(ChangesByName(source, reordered), expected);
+}
+
 }  // namespace
 
 namespace {
+
+// A text of the arena or the index: long ones outgrow a block of the arena.
+std::string NthText(size_t i) {
+  return i % 1000 == 999 ? std::string(300000, static_cast<char>('a' + i % 26))
+                         : "n" + std::to_string(i);
+}
+
+// The name index and the text tables grow as texts come; every text keeps the number it was
+// first given, and texts longer than a block of the arena are kept whole.
+TEST(GraphViewTest, IndexAndArenaKeepEveryText) {
+  tesu::cli::report::TextArena arena;
+  tesu::cli::report::TextIndex index;
+  std::vector<std::string_view> texts;
+  for (uint32_t i = 0; i < 5000; ++i) {
+    texts.push_back(arena.Copy(NthText(i)));
+    ASSERT_EQ(index.Insert(texts.back(), i), i);
+  }
+  EXPECT_EQ(index.Insert(texts[7], 99999), 7u) << "a text keeps its first number";
+  EXPECT_EQ(index.Find("n5000"), tesu::cli::report::TextIndex::kNone);
+  for (uint32_t i = 0; i < texts.size(); ++i) {
+    ASSERT_EQ(texts[i], NthText(i));
+    ASSERT_EQ(index.Find(NthText(i)), i);
+  }
+}
 
 // The source graph is read from the model's bytes and the converted graph from the compute
 // graph; a node that conversion left alone must read the same both ways, or every node would

@@ -1,8 +1,14 @@
-// The page carries its data as a JSON block that no node name can break out of.
+// The page carries its data as a JSON block that no node name can break out of, and is written
+// whole or not at all, its summary last.
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "../framework/test_files.h"
+#include "conversion_report.h"
+#include "json_text.h"
+#include "log_capture.h"
+#include "model_builder.h"
 #include "report_page.h"
 
 namespace {
@@ -21,7 +27,7 @@ std::string DataBlock(const std::string& page) {
 TEST(ReportPageTest, DataSurvivesNamesThatLookLikeMarkup) {
   const json data = {{"nodes", {{"</script><script>alert(1)</script>", "<!-- x", "a<b", "@data"}}},
                      {"svg", "<svg><g id=\"s1\"></g></svg>"}};
-  const std::string page = tesu::cli::report::ReportPage(data);
+  const std::string page = tesu::cli::report::ReportPage({data, {}});
   const std::string block = DataBlock(page);
   EXPECT_EQ(block.find("</"), std::string::npos);
   EXPECT_EQ(block.find("<!"), std::string::npos);
@@ -29,7 +35,7 @@ TEST(ReportPageTest, DataSurvivesNamesThatLookLikeMarkup) {
 }
 
 TEST(ReportPageTest, PageIsSelfContained) {
-  const std::string page = tesu::cli::report::ReportPage(json{{"summary", json::object()}});
+  const std::string page = tesu::cli::report::ReportPage({json{{"summary", json::object()}}, {}});
   EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0u);
   for (const char* slot : {"/*@style*/", "/*@script*/", "@data"}) {
     EXPECT_EQ(page.find(slot), std::string::npos) << slot << " left unfilled";
@@ -42,9 +48,93 @@ TEST(ReportPageTest, PageIsSelfContained) {
   }
 }
 
+TEST(ReportPageTest, MembersWrittenAsTextJoinTheObject) {
+  using tesu::cli::report::PageData;
+  const PageData cases[] = {
+      {json{{"a", 1}}, {{"nodes", {"{\"count\":", "2}"}}, {"strings", {"[\"x\"]"}}}},
+      {json::object(), {{"nodes", {"[]"}}, {"strings", {"[", "]"}}}},
+      {json{{"a", 1}}, {}},
+  };
+  for (const PageData& data : cases) {
+    json expected = data.object;
+    for (const auto& member : data.written) {
+      std::string text;
+      for (const std::string& piece : member.pieces) text += piece;
+      expected[member.name] = json::parse(text);
+    }
+    EXPECT_EQ(json::parse(DataBlock(tesu::cli::report::ReportPage(data))), expected);
+  }
+}
+
+// Text written straight as JSON reads back as the same text, except that what is not UTF-8
+// becomes U+FFFD, and never ends or comments out the script element it stands in.
+TEST(ReportPageTest, TextWrittenAsJsonReadsBack) {
+  struct Case {
+    std::string text;
+    std::string readBack;
+  };
+  const std::string replaced = "\xEF\xBF\xBD";
+  const Case cases[] = {
+      {"plain name/0", "plain name/0"},
+      {"quote\" back\\slash", "quote\" back\\slash"},
+      {"</script><!-- a<b", "</script><!-- a<b"},
+      {std::string("\n\t\r\x01\x1e\0", 6), std::string("\n\t\r\x01\x1e\0", 6)},
+      {"caf\xC3\xA9 \xE2\x86\x92 \xF0\x9F\x98\x80", "caf\xC3\xA9 \xE2\x86\x92 \xF0\x9F\x98\x80"},
+      {"bad\xff", "bad" + replaced},
+      {"cut\xE2\x86", "cut" + replaced + replaced},                   // sequence cut short
+      {"long\xC0\xAF", "long" + replaced + replaced},                 // overlong form
+      {"half\xED\xA0\x80", "half" + replaced + replaced + replaced},  // a surrogate
+  };
+  for (const Case& c : cases) {
+    std::string text;
+    tesu::cli::report::AppendJsonString(text, c.text);
+    EXPECT_EQ(text.find("</"), std::string::npos) << text;
+    EXPECT_EQ(text.find("<!"), std::string::npos) << text;
+    EXPECT_EQ(json::parse(text), c.readBack) << text;
+  }
+}
+
 TEST(ReportPageTest, TextThatIsNotUtf8IsReplacedNotRefused) {
-  const std::string page = tesu::cli::report::ReportPage(json{{"name", "bad\xff"}});
+  const std::string page = tesu::cli::report::ReportPage({json{{"name", "bad\xff"}}, {}});
   EXPECT_EQ(json::parse(DataBlock(page))["name"], "bad\xEF\xBF\xBD");
+}
+
+// The page is written by the worker up to the summary, which the run adds at its end; a run that
+// never gives its summary leaves no page and no temporary file.
+TEST(ReportPageTest, ThePageIsCompletedByTheSummaryOrNotWrittenAtAll) {
+  using tesu::cli::report::ConversionReport;
+  frameworktest::TempDir dir;
+  testkit::ModelBuilder model;
+  model.Data("in");
+  model.Unary("act", "Relu", "in");
+  const std::string bytes = model.Bytes();
+  const auto graph = model.LoadGraph();
+  for (const bool converted : {true, false}) {
+    const std::string path = dir.Path(converted ? "converted.html" : "failed.html");
+    ConversionReport page(path);
+    page.ReadSource(bytes, 2);
+    page.Compare(converted ? graph.get() : nullptr, nullptr);
+    tesu::cli::report::RunFacts run;
+    run.modelFile = "net.pb";
+    run.opsBefore = {{"Data", 1}, {"Relu", 1}};
+    ASSERT_EQ(page.Write(run), tesu::SUCCESS);
+    const json data = json::parse(DataBlock(frameworktest::ReadFile(path)));
+    EXPECT_EQ(data["summary"]["model"], "net.pb");
+    EXPECT_EQ(data["summary"]["converted"], converted);
+    EXPECT_EQ(data["nodes"]["count"], 2);
+    EXPECT_EQ(data["nodes"]["after"]["types"][1].is_null(), !converted);
+  }
+  {
+    testkit::LogCapture log;
+    {
+      ConversionReport page(dir.Path("abandoned.html"));
+      page.ReadSource(bytes, 2);
+      page.Compare(graph.get(), nullptr);
+      page.Wait();
+    }
+    EXPECT_TRUE(log.Contains("abandoned.html"));
+  }
+  EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"converted.html", "failed.html"}));
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 #ifndef TESU_TOOLS_REPORT_CONVERSION_DIFF_H
 #define TESU_TOOLS_REPORT_CONVERSION_DIFF_H
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "graph_view.h"
@@ -26,29 +28,37 @@ constexpr const char kAdded[] = "added";            // node only in the converte
 constexpr const char kOutputFormat[] = "output format";
 }  // namespace change
 
-struct Change {
-  std::string kind;  // one of the change:: kinds
-  std::string text;  // what happened, for a person
-};
-
 // One node of either graph: its two sides (null where absent) and what changed between them.
 struct NodeComparison {
   const ViewNode* before = nullptr;
   const ViewNode* after = nullptr;
-  std::vector<Change> changes;
-
-  const std::string& Name() const { return before != nullptr ? before->name : after->name; }
-  // The nodes the graph pictures highlight.
-  bool Changed() const { return !changes.empty(); }
+  // The node's changes in Comparison::changes; 0, the empty list, when nothing changed.
+  uint32_t changes = 0;
   // Lower is more worth showing: replaced, fused, removed or added nodes before nodes merely
-  // retyped or renamed; nodes without such changes last.
-  int Weight() const;
+  // retyped or renamed; nodes without changes last.
+  int weight = kUnchanged;
+
+  static constexpr int kMajor = 1;
+  static constexpr int kMinor = 2;
+  static constexpr int kUnchanged = 3;
+
+  std::string_view Name() const { return before != nullptr ? before->name : after->name; }
+  // The nodes the graph pictures highlight.
+  bool Changed() const { return changes != 0; }
+};
+
+struct Comparison {
+  std::vector<NodeComparison> rows;
+  // Each node's changes as lines "kind\ttext\n". Nodes of one type with one set of attributes
+  // usually change alike (every Conv2D is retyped the same way), so a list is kept once; the
+  // first is the empty list.
+  TextTable changes;
 };
 
 // Every source node in graph order, then the nodes only the converted graph has. Without a
 // converted graph (the conversion failed) the source nodes come with no changes. The views must
 // outlive the result.
-std::vector<NodeComparison> CompareGraphs(const GraphView& source, const GraphView* converted);
+Comparison CompareGraphs(const GraphView& source, const GraphView* converted);
 
 // Source types whose converter builds a new node rather than editing the node in place; the
 // README's operator table says "replaced" for exactly these.

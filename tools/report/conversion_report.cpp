@@ -4,50 +4,65 @@
 #include <utility>
 
 #include "framework/profiler.h"
+#include "graph_svg.h"
 #include "report_page.h"
 
 namespace tesu {
 namespace cli {
 namespace report {
 
-void ConversionReport::ReadSource(const std::string& bytes) {
+void ConversionReport::ReadSource(const std::string& bytes, size_t expectedNodes) {
   if (!Wanted()) return;
-  source_ = std::async(std::launch::async, [&bytes] {
+  source_ = std::async(std::launch::async, [&bytes, expectedNodes] {
     ProfileScope step("report: source graph");
-    return SourceViewOf(bytes);
+    return PrepareSource(SourceViewOf(bytes, expectedNodes));
   });
 }
 
 void ConversionReport::SourceRead() {
-  if (source_.valid()) sourceView_ = source_.get();
+  if (source_.valid()) sourceData_ = source_.get();
 }
 
 void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport) {
   if (!Wanted()) return;
   SourceRead();
-  std::optional<GraphView> convertedView;
-  if (converted != nullptr) {
-    ProfileScope step("report: converted graph");
-    convertedView = ViewOf(*converted);
-  }
-  pending_ = std::async(std::launch::async, [source = std::move(sourceView_),
-                                             convertedView = std::move(convertedView),
-                                             checkReport = std::move(checkReport)]() mutable {
-    return BuildReportBody(std::move(source), std::move(convertedView), checkReport);
+  converted_ = converted != nullptr;
+  std::promise<void> built;
+  built_ = built.get_future();
+  written_ = std::async(std::launch::async, [path = path_, source = std::move(sourceData_),
+                                             converted, checkReport = std::move(checkReport),
+                                             built = std::move(built),
+                                             summary = summary_.get_future()]() mutable {
+    // Graphviz loads its plug-ins and fonts while the graph is read: by then the model's bytes
+    // are freed, so what it loads does not add to the run's peak of memory.
+    std::future<void> warmUp = std::async(std::launch::async, [] {
+      ProfileScope step("report: start Graphviz");
+      WarmUpGraphviz();
+    });
+    std::optional<GraphView> convertedView;
+    if (converted != nullptr) {
+      ProfileScope step("report: converted graph");
+      convertedView = ViewOf(*converted);
+    }
+    const PageData body = BuildReportBody(std::move(source), std::move(convertedView), checkReport);
+    built.set_value();
+    return WriteReportPage(path, body, std::move(summary));
   });
 }
 
 void ConversionReport::Wait() {
-  if (!Wanted() || !body_.is_null()) return;
-  if (!pending_.valid()) Compare(nullptr, nullptr);
-  body_ = pending_.get();
+  if (!Wanted() || waited_) return;
+  if (!written_.valid()) Compare(nullptr, nullptr);
+  built_.get();
+  waited_ = true;
 }
 
 Status ConversionReport::Write(const RunFacts& run) {
   if (!Wanted()) return SUCCESS;
   Wait();
-  AddSummary(body_, run);
-  return WriteReportPage(path_, body_);
+  ProfileScope step("report: finish page");
+  summary_.set_value(ReportSummary(run, converted_));
+  return written_.get();
 }
 
 }  // namespace report

@@ -1,7 +1,7 @@
 // The report of one conversion, built alongside it so that it costs the run little: the source
-// graph is read while the parser works on the same bytes, the graphs are compared and drawn
-// while the command line writes its other outputs, and the page is written last, with the
-// timings of every step.
+// graph is read while the parser works on the same bytes, the converted graph is read, compared
+// with it and drawn while the command line writes its other outputs from the same graph, and the
+// page is written last, with the timings of every step.
 #ifndef TESU_TOOLS_REPORT_CONVERSION_REPORT_H
 #define TESU_TOOLS_REPORT_CONVERSION_REPORT_H
 
@@ -14,6 +14,7 @@
 #include "graph/compute_graph.h"
 #include "graph_view.h"
 #include "report_data.h"
+#include "report_page.h"
 
 namespace tesu {
 namespace cli {
@@ -29,26 +30,34 @@ class ConversionReport {
   bool Wanted() const { return !path_.empty(); }
   const std::string& Path() const { return path_; }
 
-  // Starts reading the source graph from serialised model bytes on a worker thread. The bytes
-  // must stay as they are until SourceRead returns.
-  void ReadSource(const std::string& bytes);
-  // Waits until the source graph has been read.
+  // Starts reading the source graph from serialised model bytes on a worker thread, which also
+  // prepares what the page takes from it alone. The bytes must
+  // stay as they are until SourceRead returns. `expectedNodes` is how many nodes the graph has,
+  // as far as is known.
+  void ReadSource(const std::string& bytes, size_t expectedNodes);
+  // Waits until the source graph has been read and prepared.
   void SourceRead();
-  // Takes a view of the converted graph (null when the conversion failed), then compares and
-  // draws the graphs on a worker thread. The graph is not touched after this returns.
-  // `checkReport` is the operator support report the run wrote, or null.
+  // Reads the converted graph (null when the conversion failed), compares it with the source
+  // graph and draws both on a worker thread. The graph is only read, and must not change until
+  // Wait returns. `checkReport` is the operator support report the run wrote, or null.
   void Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport);
-  // Waits for the comparison, so that the steps it timed are recorded.
+  // Waits for the comparison, so that the steps it timed are recorded. The worker then writes
+  // the page but for the summary.
   void Wait();
-  // Adds the run's summary and writes the page, whole or not at all.
+  // Completes the page with the run's summary, whole or not at all.
   Status Write(const RunFacts& run);
 
  private:
   std::string path_;
-  std::future<GraphView> source_;
-  GraphView sourceView_;
-  std::future<nlohmann::json> pending_;
-  nlohmann::json body_;
+  bool converted_ = false;
+  std::future<SourceData> source_;
+  SourceData sourceData_;
+  std::future<void> built_;
+  bool waited_ = false;
+  std::future<Status> written_;
+  // Declared after the worker's future, so that a summary never given is abandoned (and the
+  // page given up) before that future waits for the worker.
+  std::promise<nlohmann::json> summary_;
 };
 
 }  // namespace report

@@ -17,7 +17,7 @@ std::vector<size_t> Neighbourhood(const std::vector<NodeComparison>& rows,
   std::vector<std::pair<int, size_t>> ranked;  // weight, row
   for (size_t i = 0; i < rows.size(); ++i) {
     if (marks[i] != Mark::kPlain) {
-      ranked.emplace_back(marks[i] == Mark::kUnsupported ? 0 : rows[i].Weight(), i);
+      ranked.emplace_back(marks[i] == Mark::kUnsupported ? 0 : rows[i].weight, i);
     }
   }
   const size_t centres = std::min(ranked.size(), limits.centres);
@@ -33,25 +33,25 @@ std::vector<size_t> Neighbourhood(const std::vector<NodeComparison>& rows,
     drawn.push_back(row);
   };
   // The centres' producers by name, and the names of the centres, to find their consumers.
-  std::unordered_set<std::string_view> producers;
-  std::unordered_set<std::string_view> centreNames;
+  TextIndex producers;
+  TextIndex centreNames;
   for (const auto& [weight, row] : ranked) {
     choose(row);
-    centreNames.insert(rows[row].Name());
+    centreNames.Insert(rows[row].Name(), 0);
     for (const ViewNode* side : {rows[row].before, rows[row].after}) {
       if (side == nullptr) continue;
       ForEachEntry(side->inputs, [&](std::string_view input) {
-        if (!input.empty()) producers.insert(ProducerOf(input));
+        if (!input.empty()) producers.Insert(ProducerOf(input), 0);
       });
     }
   }
   // One pass over the graph finds both, rather than an index of every node.
   for (size_t i = 0; i < rows.size() && drawn.size() < limits.drawn; ++i) {
-    bool near = producers.count(rows[i].Name()) != 0;
+    bool near = producers.Find(rows[i].Name()) != TextIndex::kNone;
     for (const ViewNode* side : {rows[i].before, rows[i].after}) {
       if (near || side == nullptr) continue;
       ForEachEntry(side->inputs, [&](std::string_view input) {
-        near = near || (!input.empty() && centreNames.count(ProducerOf(input)) != 0);
+        near = near || (!input.empty() && centreNames.Find(ProducerOf(input)) != TextIndex::kNone);
       });
     }
     if (near) choose(i);
@@ -75,7 +75,7 @@ std::vector<Mark> MarkRows(const std::vector<NodeComparison>& rows,
   std::vector<Mark> marks;
   marks.reserve(rows.size());
   for (const NodeComparison& row : rows) {
-    if (unsupported.count(row.Name()) != 0) {
+    if (!unsupported.empty() && unsupported.count(std::string(row.Name())) != 0) {
       marks.push_back(Mark::kUnsupported);
     } else {
       marks.push_back(row.Changed() ? Mark::kChanged : Mark::kPlain);

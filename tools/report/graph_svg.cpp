@@ -19,7 +19,7 @@ char* Text(const char* text) {
 }
 
 // Graphviz reads backslashes in labels as escapes ("\n", "\N"); a node name keeps its own.
-std::string LabelText(const std::string& text) {
+std::string LabelText(std::string_view text) {
   std::string escaped;
   escaped.reserve(text.size());
   for (char c : text) {
@@ -35,7 +35,7 @@ struct Style {
   const char* line;
 };
 
-Style StyleOf(Mark mark, const std::string& type) {
+Style StyleOf(Mark mark, std::string_view type) {
   switch (mark) {
     case Mark::kUnsupported:
       return {"unsupported", "#f9d0cc", "#b3261e"};
@@ -85,7 +85,7 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   agattr(g, AGNODE, Text("fontname"), Text("Helvetica"));
   agattr(g, AGNODE, Text("fontsize"), Text("10"));
   agattr(g, AGNODE, Text("style"), Text("filled"));
-  Agsym_t* label = agattr(g, AGNODE, Text("label"), Text(""));
+  Agsym_t* labelAttr = agattr(g, AGNODE, Text("label"), Text(""));
   Agsym_t* id = agattr(g, AGNODE, Text("id"), Text(""));
   Agsym_t* cls = agattr(g, AGNODE, Text("class"), Text(""));
   Agsym_t* fill = agattr(g, AGNODE, Text("fillcolor"), Text("#ffffff"));
@@ -96,10 +96,13 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   byName.reserve(nodes.size());
   for (const DrawnNode& drawn : nodes) {
     // The Graphviz name shows as the node's tooltip; a second node of one name gets its id too.
-    std::string name = drawn.node->name;
+    std::string name(drawn.node->name);
     if (agnode(g, Text(name.c_str()), 0) != nullptr) name += " (" + drawn.id + ")";
     Agnode_t* n = agnode(g, Text(name.c_str()), 1);
-    agxset(n, label, Text(LabelText(drawn.node->name + "\n" + drawn.node->type).c_str()));
+    std::string label = LabelText(drawn.node->name);
+    label += '\n';
+    label += LabelText(drawn.node->type);
+    agxset(n, labelAttr, Text(label.c_str()));
     agxset(n, id, Text(drawn.id.c_str()));
     const Style style = StyleOf(drawn.mark, drawn.node->type);
     agxset(n, cls, Text(style.cls));
@@ -135,6 +138,13 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   const size_t start = svg.find("<svg");
   if (start != std::string::npos) svg.erase(0, start);
   return true;
+}
+
+void WarmUpGraphviz() {
+  const ViewNode node{"warm-up", "Const", {}, {}, 0, 0};
+  std::string svg;
+  std::string error;
+  RenderSvg({{&node, "w", Mark::kPlain}}, svg, error);
 }
 
 }  // namespace report

@@ -25,6 +25,10 @@ struct DrawnNode {
 // with the reason, when Graphviz cannot lay out or render.
 bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::string& error);
 
+// Loads what Graphviz loads on its first drawing in a process (its plug-ins, the fonts), so that
+// a later drawing does not wait for it. Safe to call from any thread, at any time.
+void WarmUpGraphviz();
+
 }  // namespace report
 }  // namespace cli
 }  // namespace tesu

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include <climits>
+#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -118,15 +119,110 @@ void AppendInput(std::string& out, const std::string& producer, int index) {
 
 }  // namespace
 
+uint32_t TextIndex::Hash(std::string_view text) {
+  const size_t hash = std::hash<std::string_view>()(text);
+  return static_cast<uint32_t>(hash ^ (hash >> 32));
+}
+
+size_t TextIndex::Probe(std::string_view text, uint32_t hash) const {
+  const size_t mask = slots_.size() - 1;
+  for (size_t at = hash & mask;; at = (at + 1) & mask) {
+    const Slot& slot = slots_[at];
+    if (slot.entry == kNone || (slot.hash == hash && entries_[slot.entry].text == text)) return at;
+  }
+}
+
+uint32_t TextIndex::Find(std::string_view text) const {
+  if (entries_.empty()) return kNone;
+  const Slot& slot = slots_[Probe(text, Hash(text))];
+  return slot.entry == kNone ? kNone : entries_[slot.entry].value;
+}
+
+uint32_t TextIndex::Insert(std::string_view text, uint32_t value) {
+  if (2 * (entries_.size() + 1) > slots_.size()) Grow(std::max<size_t>(16, 2 * slots_.size()));
+  const uint32_t hash = Hash(text);
+  Slot& slot = slots_[Probe(text, hash)];
+  if (slot.entry != kNone) return entries_[slot.entry].value;
+  slot = {hash, static_cast<uint32_t>(entries_.size())};
+  entries_.push_back({text, value});
+  return value;
+}
+
+void TextIndex::Reserve(size_t count) {
+  entries_.reserve(count);
+  size_t capacity = 16;
+  while (capacity < 2 * count) capacity *= 2;
+  if (capacity > slots_.size()) Grow(capacity);
+}
+
+void TextIndex::Grow(size_t capacity) {
+  std::vector<Slot> old(capacity);
+  old.swap(slots_);
+  const size_t mask = capacity - 1;
+  for (const Slot& slot : old) {
+    if (slot.entry == kNone) continue;
+    size_t at = slot.hash & mask;
+    while (slots_[at].entry != kNone) at = (at + 1) & mask;
+    slots_[at] = slot;
+  }
+}
+
+uint32_t TextTable::AddOnce(std::string_view text) {
+  texts_.emplace_back(text);
+  return static_cast<uint32_t>(texts_.size() - 1);
+}
+
+uint32_t TextTable::Add(std::string_view text) {
+  const uint32_t found = ids_.Find(text);
+  if (found != TextIndex::kNone) return found;
+  const auto id = static_cast<uint32_t>(texts_.size());
+  ids_.Insert(texts_.emplace_back(text), id);
+  return id;
+}
+
+std::string_view TextArena::Copy(std::string_view text) {
+  constexpr size_t kBlock = size_t{1} << 18;
+  if (text.empty()) return std::string_view();
+  if (text.size() > left_) {
+    const size_t size = std::max(kBlock, text.size());
+    blocks_.push_back(std::make_unique<char[]>(size));
+    next_ = blocks_.back().get();
+    left_ = size;
+  }
+  char* at = next_;
+  std::copy(text.begin(), text.end(), at);
+  next_ += text.size();
+  left_ -= text.size();
+  return std::string_view(at, text.size());
+}
+
+void GraphView::Add(std::string_view name, std::string_view type, std::string_view attrs,
+                    std::string_view inputs) {
+  ViewNode& node = nodes.emplace_back();
+  node.name = arena.Copy(name);
+  node.typeId = texts.Add(type);
+  node.type = texts[node.typeId];
+  if (lastAttrs.size() <= node.typeId) lastAttrs.resize(node.typeId + 1, TextIndex::kNone);
+  uint32_t& last = lastAttrs[node.typeId];
+  if (last == TextIndex::kNone || texts[last] != attrs) last = texts.Add(attrs);
+  node.attrsId = last;
+  node.attrs = texts[node.attrsId];
+  node.inputs = arena.Copy(inputs);
+}
+
 const ViewNode* GraphView::Find(std::string_view name) const {
-  const auto found = index.find(name);
-  return found == index.end() ? nullptr : &nodes[found->second];
+  const uint32_t found = index.Find(name);
+  return found == TextIndex::kNone ? nullptr : &nodes[found];
 }
 
 void GraphView::IndexNames() {
-  index.clear();
-  index.reserve(nodes.size());
-  for (size_t i = 0; i < nodes.size(); ++i) index.emplace(nodes[i].name, i);
+  index = TextIndex();
+  index.Reserve(nodes.size());
+  namesakes = false;
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    const auto position = static_cast<uint32_t>(i);
+    namesakes = index.Insert(nodes[i].name, position) != position || namesakes;
+  }
 }
 
 std::string_view ProducerOf(std::string_view input) {
@@ -170,7 +266,15 @@ struct Scratch {
   std::vector<int64_t> ints;
   std::vector<float> floats;
   std::vector<bool> bools;
-  std::vector<std::pair<std::string, std::string>> attrs;  // name, rendered value
+  // Name and rendered value of the op's attributes: the first `used` entries. Entries are
+  // reused, so their strings keep their storage from op to op.
+  std::vector<std::pair<std::string, std::string>> attrs;
+  size_t used = 0;
+  std::string name;
+  std::string type;
+  std::string input;
+  std::string inputs;
+  std::string attrsText;
 };
 
 bool ReadInt(CodedInputStream& in, int64_t& value) {
@@ -304,30 +408,38 @@ bool ReadAttrValue(CodedInputStream& in, Scratch& scratch, std::string& text) {
   });
 }
 
-bool ReadOp(CodedInputStream& in, Scratch& scratch, ViewNode& node) {
+bool ReadOp(CodedInputStream& in, Scratch& scratch, GraphView& view) {
   scratch.attrs.clear();
+  std::string& name = scratch.name;
+  std::string& type = scratch.type;
+  std::string& inputs = scratch.inputs;
+  name.clear();
+  type.clear();
+  inputs.clear();
   const bool ok = ForEachField(in, [&](int number) {
     switch (number) {
       case kOpName:
-        return WireFormatLite::ReadString(&in, &node.name);
+        return WireFormatLite::ReadString(&in, &name);
       case kOpType:
-        return WireFormatLite::ReadString(&in, &node.type);
+        return WireFormatLite::ReadString(&in, &type);
       case kOpInput: {
-        std::string input;
+        std::string& input = scratch.input;
         if (!WireFormatLite::ReadString(&in, &input)) return false;
         // The file may leave out ":0"; the view always writes the index, as the compute graph
         // does, so that inputs compare equal.
-        node.inputs += input;
-        if (!input.empty() && input.find(':') == std::string::npos) node.inputs += ":0";
-        node.inputs += kEntryEnd;
+        inputs += input;
+        if (!input.empty() && input.find(':') == std::string::npos) inputs += ":0";
+        inputs += kEntryEnd;
         return true;
       }
       case kOpAttr: {
-        scratch.attrs.emplace_back();
-        auto& [name, text] = scratch.attrs.back();
+        if (scratch.used == scratch.attrs.size()) scratch.attrs.emplace_back();
+        auto& [attrName, text] = scratch.attrs[scratch.used++];
+        attrName.clear();
+        text.clear();
         return InMessage(in, [&] {
           return ForEachField(in, [&](int entryField) {
-            if (entryField == kMapKey) return WireFormatLite::ReadString(&in, &name);
+            if (entryField == kMapKey) return WireFormatLite::ReadString(&in, &attrName);
             if (entryField != kMapValue) return false;
             return InMessage(in, [&] { return ReadAttrValue(in, scratch, text); });
           });
@@ -338,20 +450,25 @@ bool ReadOp(CodedInputStream& in, Scratch& scratch, ViewNode& node) {
     }
   });
   // A map has no order on the wire; the view's attributes are sorted by name.
-  std::sort(scratch.attrs.begin(), scratch.attrs.end());
-  for (const auto& [name, text] : scratch.attrs) {
-    node.attrs += name;
-    node.attrs += kNameEnd;
-    node.attrs += text;
-    node.attrs += kEntryEnd;
+  std::sort(scratch.attrs.begin(), scratch.attrs.begin() + scratch.used);
+  std::string& attrs = scratch.attrsText;
+  attrs.clear();
+  for (size_t i = 0; i < scratch.used; ++i) {
+    attrs += scratch.attrs[i].first;
+    attrs += kNameEnd;
+    attrs += scratch.attrs[i].second;
+    attrs += kEntryEnd;
   }
+  scratch.used = 0;
+  view.Add(name, type, attrs, inputs);
   return ok;
 }
 
 }  // namespace
 
-GraphView SourceViewOf(const std::string& serialisedModel) {
+GraphView SourceViewOf(const std::string& serialisedModel, size_t expectedNodes) {
   GraphView view;
+  view.nodes.reserve(expectedNodes);
   if (serialisedModel.size() > static_cast<size_t>(INT_MAX)) return view;
   CodedInputStream in(reinterpret_cast<const uint8_t*>(serialisedModel.data()),
                       static_cast<int>(serialisedModel.size()));
@@ -363,8 +480,7 @@ GraphView SourceViewOf(const std::string& serialisedModel) {
     return InMessage(in, [&] {
       return ForEachField(in, [&](int graphField) {
         if (graphField != kGraphOp) return false;
-        view.nodes.emplace_back();
-        return InMessage(in, [&] { return ReadOp(in, scratch, view.nodes.back()); });
+        return InMessage(in, [&] { return ReadOp(in, scratch, view); });
       });
     });
   });
@@ -376,28 +492,31 @@ GraphView SourceViewOf(const std::string& serialisedModel) {
 GraphView ViewOf(const tov::ComputeGraph& graph) {
   GraphView view;
   view.nodes.reserve(graph.GetNodesSize());
-  graph.ForEachNode([&view](tov::Node& source) {
-    ViewNode node{source.GetName(), source.GetType(), {}, {}};
+  std::string attrs;
+  std::string inputs;
+  graph.ForEachNode([&](tov::Node& source) {
+    attrs.clear();
+    inputs.clear();
     // Already sorted by name.
     for (const auto& [name, value] : source.GetOpDesc()->GetAllAttrs()) {
-      AppendAttr(node.attrs, name, value);
+      AppendAttr(attrs, name, value);
     }
     size_t connected = 0;  // the length up to the last connected input
     for (const auto& anchor : source.InAnchors()) {
       const tov::OutDataAnchor* peer = anchor->GetPeerOutAnchorRaw();
       if (peer == nullptr) {
-        node.inputs += kEntryEnd;
+        inputs += kEntryEnd;
         continue;
       }
-      AppendInput(node.inputs, peer->GetOwnerNodeRaw()->GetName(), peer->GetIdx());
-      connected = node.inputs.size();
+      AppendInput(inputs, peer->GetOwnerNodeRaw()->GetName(), peer->GetIdx());
+      connected = inputs.size();
     }
     // The file lists no input after its last connected one.
-    node.inputs.resize(connected);
+    inputs.resize(connected);
     for (const tov::Node* control : source.RoleNodeWalker().InControlNodes()) {
-      AppendInput(node.inputs, control->GetName(), -1);
+      AppendInput(inputs, control->GetName(), -1);
     }
-    view.nodes.push_back(std::move(node));
+    view.Add(source.GetName(), source.GetType(), attrs, inputs);
   });
   view.IndexNames();
   return view;

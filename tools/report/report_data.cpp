@@ -1,13 +1,14 @@
 #include "report_data.h"
 
 #include <algorithm>
-#include <deque>
+#include <future>
+#include <iterator>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
 #include "conversion_diff.h"
+#include "json_text.h"
 
 namespace tesu {
 namespace cli {
@@ -108,106 +109,114 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
   return support;
 }
 
-// Texts that many nodes share (types, attribute sets, change lists, marks) are written once,
-// in the data's "strings", and referred to by position: a 100k-node graph of repeated blocks
-// then carries a few hundred such texts instead of 100k copies of each.
-class StringTable {
- public:
-  int64_t Add(std::string_view text) {
-    const auto found = positions_.find(text);
-    if (found != positions_.end()) return found->second;
-    const auto position = static_cast<int64_t>(texts_.size());
-    positions_.emplace(texts_.emplace_back(text), position);
-    return position;
-  }
-  json Take() {
-    json texts = json::array();
-    for (std::string& text : texts_) texts.push_back(std::move(text));
-    return texts;
-  }
+// Where the texts that nodes share go in the data's "strings": the three marks, then the texts
+// of the source view, of the converted view and the lists of changes, each table whole. The
+// tables already hold each text once, so the data refers to them by position without looking
+// a single text up again.
+constexpr const char* kMarkTexts[] = {"", "changed", "unsupported"};
+constexpr size_t kSourceTextsAt = std::size(kMarkTexts);
 
- private:
-  std::deque<std::string> texts_;  // a deque keeps its elements in place, for the keys below
-  std::unordered_map<std::string_view, int64_t> positions_;
+struct TextPositions {
+  size_t converted = 0;
+  size_t changes = 0;
 };
 
-// One side (before or after) of every node, a column per field: a graph of 100k nodes is then a
-// few large values rather than 100k small ones, which is what makes its data cheap to build,
-// write and free. A node without that side has null type and attrs and an empty inputs record.
-class SideColumns {
- public:
-  explicit SideColumns(size_t rows) {
-    types_.get_ref<json::array_t&>().reserve(rows);
-    attrs_.get_ref<json::array_t&>().reserve(rows);
-  }
-  void Add(const ViewNode* node, StringTable& strings) {
-    if (count_++ > 0) inputs_ += kRecordEnd;
-    if (node == nullptr) {
-      types_.push_back(nullptr);
-      attrs_.push_back(nullptr);
-      return;
-    }
-    types_.push_back(strings.Add(node->type));
-    attrs_.push_back(strings.Add(node->attrs));
-    inputs_ += node->inputs;
-  }
-  json Take() {
-    return {
-        {"types", std::move(types_)}, {"attrs", std::move(attrs_)}, {"inputs", std::move(inputs_)}};
-  }
-
- private:
-  json types_ = json::array();
-  json attrs_ = json::array();
-  std::string inputs_;
-  size_t count_ = 0;
-};
-
-const char* MarkName(Mark mark) {
+size_t MarkPosition(Mark mark) {
   switch (mark) {
-    case Mark::kUnsupported:
-      return "unsupported";
     case Mark::kChanged:
-      return "changed";
+      return 1;
+    case Mark::kUnsupported:
+      return 2;
     case Mark::kPlain:
       break;
   }
-  return "";
+  return 0;
 }
 
-std::string ChangesText(const std::vector<Change>& changes) {
-  std::string text;
-  for (const Change& change : changes) {
-    text += change.kind;
-    text += kNameEnd;
-    text += change.text;
-    text += kEntryEnd;
+void AppendTexts(std::string& out, const TextTable& table) {
+  for (uint32_t i = 0; i < table.Size(); ++i) {
+    out += ',';
+    AppendJsonString(out, table[i]);
   }
-  return text;
 }
 
-void AddNodes(json& data, const std::vector<NodeComparison>& rows, const std::vector<Mark>& marks) {
-  StringTable strings;
-  std::string names;
-  json markColumn = json::array();
-  json changeColumn = json::array();
-  markColumn.get_ref<json::array_t&>().reserve(rows.size());
-  changeColumn.get_ref<json::array_t&>().reserve(rows.size());
-  SideColumns before(rows.size());
-  SideColumns after(rows.size());
+std::string StringsText(const GraphView& source, const GraphView* converted,
+                        const TextTable& changes, TextPositions& positions) {
+  std::string out = "[";
+  for (const char* mark : kMarkTexts) {
+    if (out.size() > 1) out += ',';
+    AppendJsonString(out, mark);
+  }
+  AppendTexts(out, source.texts);
+  positions.converted = kSourceTextsAt + source.texts.Size();
+  if (converted != nullptr) AppendTexts(out, converted->texts);
+  positions.changes = positions.converted + (converted != nullptr ? converted->texts.Size() : 0);
+  AppendTexts(out, changes);
+  out += ']';
+  return out;
+}
+
+constexpr std::string_view kRecordEndText(&kRecordEnd, 1);
+
+// A column of one number per row.
+template <typename Number>
+void AppendColumn(std::string& out, const char* name, size_t rows, Number number) {
+  AppendJsonString(out, name);
+  out += ":[";
+  for (size_t i = 0; i < rows; ++i) {
+    if (i > 0) out += ',';
+    number(out, i);
+  }
+  out += ']';
+}
+
+// Room for a row's separator, and for a few escapes in its text.
+constexpr size_t kRowSlack = 8;
+// Room for a number of a column, with its comma.
+constexpr size_t kNumberRoom = 7;
+
+// The bytes of the texts `field` of `nodes`.
+size_t TextBytes(const std::vector<ViewNode>& nodes, std::string_view ViewNode::*field) {
+  size_t bytes = 0;
+  for (const ViewNode& node : nodes) bytes += (node.*field).size();
+  return bytes;
+}
+
+// The rows after the source nodes, and the columns of every row that need the comparison.
+std::vector<std::string> NodesText(SourceData& source, const GraphView* converted,
+                                   const std::vector<NodeComparison>& rows,
+                                   const std::vector<Mark>& marks, const TextPositions& positions) {
+  SideColumns after;
+  if (converted != nullptr)
+    after.Reserve(rows.size(), TextBytes(converted->nodes, &ViewNode::inputs));
   for (size_t i = 0; i < rows.size(); ++i) {
-    const NodeComparison& row = rows[i];
-    if (i > 0) names += kRecordEnd;
-    names += row.Name();
-    markColumn.push_back(strings.Add(MarkName(marks[i])));
-    changeColumn.push_back(strings.Add(ChangesText(row.changes)));
-    before.Add(row.before, strings);
-    after.Add(row.after, strings);
+    if (i >= source.view.nodes.size()) {
+      source.names.Add(rows[i].Name());
+      source.before.Add(nullptr, kSourceTextsAt);
+    }
+    after.Add(rows[i].after, positions.converted);
   }
-  data["nodes"] = {{"count", rows.size()},           {"names", std::move(names)},
-                   {"marks", std::move(markColumn)}, {"changes", std::move(changeColumn)},
-                   {"before", before.Take()},        {"after", after.Take()}};
-  data["strings"] = strings.Take();
+  std::vector<std::string> pieces;
+  std::string out = "{\"count\":";
+  AppendJsonNumber(out, rows.size());
+  out += ",\"names\":";
+  pieces.push_back(std::move(out));
+  source.names.MoveTo(pieces);
+  out = ",";
+  AppendColumn(out, "marks", rows.size(), [&marks](std::string& text, size_t i) {
+    AppendJsonNumber(text, MarkPosition(marks[i]));
+  });
+  out += ',';
+  AppendColumn(out, "changes", rows.size(), [&](std::string& text, size_t i) {
+    AppendJsonNumber(text, positions.changes + rows[i].changes);
+  });
+  out += ",\"before\":";
+  pieces.push_back(std::move(out));
+  source.before.MoveTo(pieces);
+  pieces.emplace_back(",\"after\":");
+  after.MoveTo(pieces);
+  pieces.emplace_back("}");
+  return pieces;
 }
 
 json PicturesJson(const Pictures& pictures, size_t rows) {
@@ -222,29 +231,105 @@ json PicturesJson(const Pictures& pictures, size_t rows) {
 
 }  // namespace
 
-json BuildReportBody(GraphView source, std::optional<GraphView> converted, const json& checkReport,
-                     const PictureLimits& limits) {
-  std::unordered_set<std::string> refused;
-  json data;
-  data["converted"] = converted.has_value();
-  data["support"] = Support(checkReport, refused);
-  std::vector<NodeComparison> rows;
-  {
-    ProfileScope step("report: compare");
-    rows = CompareGraphs(source, converted ? &*converted : nullptr);
-  }
-  const std::vector<Mark> marks = MarkRows(rows, refused);
-  {
-    ProfileScope step("report: draw");
-    data["pictures"] = PicturesJson(DrawPictures(rows, marks, limits), rows.size());
-  }
-  ProfileScope step("report: node data");
-  AddNodes(data, rows, marks);
-  return data;
+void NameColumn::Reserve(size_t rows, size_t bytes) {
+  text_.reserve(bytes + rows * kRowSlack);
 }
 
-void AddSummary(json& body, const RunFacts& run) {
-  body["summary"] = Summary(run, body.value("converted", false));
+void NameColumn::Add(std::string_view name) {
+  if (rows_++ > 0) AppendJsonChars(text_, kRecordEndText);
+  AppendJsonChars(text_, name);
+}
+
+void NameColumn::MoveTo(std::vector<std::string>& pieces) {
+  pieces.emplace_back("\"");
+  pieces.push_back(std::move(text_));
+  pieces.emplace_back("\"");
+}
+
+void SideColumns::Reserve(size_t rows, size_t bytes) {
+  types_.reserve(rows * kNumberRoom);
+  attrs_.reserve(rows * kNumberRoom);
+  inputs_.reserve(bytes + rows * kRowSlack);
+}
+
+// A node without the side has null type and attrs and an empty inputs record.
+void SideColumns::Add(const ViewNode* node, size_t textsAt) {
+  if (rows_++ > 0) {
+    types_ += ',';
+    attrs_ += ',';
+    AppendJsonChars(inputs_, kRecordEndText);
+  }
+  if (node == nullptr) {
+    types_ += "null";
+    attrs_ += "null";
+    return;
+  }
+  AppendJsonNumber(types_, textsAt + node->typeId);
+  AppendJsonNumber(attrs_, textsAt + node->attrsId);
+  AppendJsonChars(inputs_, node->inputs);
+}
+
+void SideColumns::MoveTo(std::vector<std::string>& pieces) {
+  pieces.emplace_back("{\"types\":[");
+  pieces.push_back(std::move(types_));
+  pieces.emplace_back("],\"attrs\":[");
+  pieces.push_back(std::move(attrs_));
+  pieces.emplace_back("],\"inputs\":\"");
+  pieces.push_back(std::move(inputs_));
+  pieces.emplace_back("\"}");
+}
+
+SourceData PrepareSource(GraphView view) {
+  SourceData source{std::move(view), {}, {}};
+  const std::vector<ViewNode>& nodes = source.view.nodes;
+  // Conversion adds a few nodes, which come after these.
+  const size_t rows = nodes.size() + nodes.size() / 8;
+  source.names.Reserve(rows, TextBytes(nodes, &ViewNode::name));
+  source.before.Reserve(rows, TextBytes(nodes, &ViewNode::inputs));
+  for (const ViewNode& node : nodes) {
+    source.names.Add(node.name);
+    source.before.Add(&node, kSourceTextsAt);
+  }
+  return source;
+}
+
+PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
+                         const json& checkReport, const PictureLimits& limits) {
+  std::unordered_set<std::string> refused;
+  PageData body;
+  json& data = body.object;
+  data["converted"] = converted.has_value();
+  data["support"] = Support(checkReport, refused);
+  const GraphView* after = converted ? &*converted : nullptr;
+  Comparison comparison;
+  {
+    ProfileScope step("report: compare");
+    comparison = CompareGraphs(source.view, after);
+  }
+  const std::vector<NodeComparison>& rows = comparison.rows;
+  const std::vector<Mark> marks = MarkRows(rows, refused);
+  // Graphviz lays out the pictures on a thread of its own while the columns are written.
+  std::future<Pictures> pictures = std::async(std::launch::async, [&rows, &marks, &limits] {
+    ProfileScope step("report: draw");
+    return DrawPictures(rows, marks, limits);
+  });
+  {
+    ProfileScope step("report: node data");
+    TextPositions positions;
+    std::string strings = StringsText(source.view, after, comparison.changes, positions);
+    body.written.push_back({"nodes", NodesText(source, after, rows, marks, positions)});
+    body.written.push_back({"strings", {std::move(strings)}});
+  }
+  data["pictures"] = PicturesJson(pictures.get(), rows.size());
+  return body;
+}
+
+json ReportSummary(const RunFacts& run, bool converted) {
+  return Summary(run, converted);
+}
+
+void AddSummary(PageData& body, const RunFacts& run) {
+  body.object["summary"] = Summary(run, body.object.value("converted", false));
 }
 
 }  // namespace report

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include "framework/profiler.h"
 #include "graph_pictures.h"
 #include "graph_view.h"
+#include "report_page.h"
 
 namespace tesu {
 namespace cli {
@@ -46,19 +48,65 @@ struct RunFacts {
 //                 types, attrs  (attrs in the line form of ViewNode); null without the node
 //                 inputs        the inputs in ViewNode's line form, separated by kRecordEnd
 //             Marks, changes, types and attrs are positions in `strings`.
-//   strings   the texts that nodes share, each once
+//   strings   the texts that nodes share (a text may occur more than once)
 //   pictures  source and converted SVG, and whether they show the whole graph
 // The data is built in two parts, so that the costly one can run while the command line writes
 // its other outputs, and the summary still shows how long those took.
 
-// Everything but the summary. `converted` is empty when the conversion failed; `checkReport` is
-// the operator support report the run wrote, as read back from its file, or null. The views
-// are taken, so that they are freed wherever the body is built.
-nlohmann::json BuildReportBody(GraphView source, std::optional<GraphView> converted,
-                               const nlohmann::json& checkReport, const PictureLimits& limits = {});
+// The column of the nodes' names, as the inside of one JSON string.
+class NameColumn {
+ public:
+  // Makes room for about `rows` names of `bytes` bytes in all.
+  void Reserve(size_t rows, size_t bytes);
+  void Add(std::string_view name);
+  // Moves the column to the end of `pieces`.
+  void MoveTo(std::vector<std::string>& pieces);
+
+ private:
+  std::string text_;
+  size_t rows_ = 0;
+};
+
+// One side (before or after) of the nodes' columns, written as JSON text row by row.
+class SideColumns {
+ public:
+  // `textsAt`: where the texts of the node's view begin in the data's "strings".
+  // Makes room for about `rows` rows whose inputs take `bytes` bytes in all.
+  void Reserve(size_t rows, size_t bytes);
+  void Add(const ViewNode* node, size_t textsAt);
+  // Moves the columns, as one JSON object, to the end of `pieces`.
+  void MoveTo(std::vector<std::string>& pieces);
+
+ private:
+  std::string types_;  // numbers and nulls, without the brackets
+  std::string attrs_;
+  std::string inputs_;  // the inside of one JSON string
+  size_t rows_ = 0;
+};
+
+// What the data takes from the source graph alone, worked out while the parser still works on
+// the same model: the view, and the names and before side of the source nodes, which are the
+// first rows.
+struct SourceData {
+  GraphView view;
+  NameColumn names;
+  SideColumns before;
+};
+
+SourceData PrepareSource(GraphView view);
+
+// Everything but the summary; `nodes` and `strings`, most of a large graph's data, come written
+// as JSON text. `converted` is empty when the conversion failed; `checkReport` is the operator
+// support report the run wrote, as read back from its file, or null. The views are taken, so
+// that they are freed wherever the body is built.
+PageData BuildReportBody(SourceData source, std::optional<GraphView> converted,
+                         const nlohmann::json& checkReport, const PictureLimits& limits = {});
+
+// The summary of a run; `converted`: whether the run has a converted graph.
+nlohmann::json ReportSummary(const RunFacts& run, bool converted);
 
 // Adds the summary to a body.
-void AddSummary(nlohmann::json& body, const RunFacts& run);
+void AddSummary(PageData& body, const RunFacts& run);
 
 }  // namespace report
 }  // namespace cli
