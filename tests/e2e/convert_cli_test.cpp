@@ -13,17 +13,11 @@
 namespace {
 
 namespace fs = std::filesystem;
-using e2etest::ReadFile;
-using e2etest::WriteFile;
 using nlohmann::json;
+using testkit::ReadFile;
+using testkit::WriteFile;
 
-class ConvertCliTest : public e2etest::ConvertCliTest {
- protected:
-  std::string WriteModel(const testkit::ModelBuilder& model) {
-    WriteFile(Path("model.pb"), model.Bytes());
-    return Path("model.pb");
-  }
-};
+using ConvertCliTest = testkit::CliTest;
 
 testkit::ModelBuilder SupportedModel() {
   testkit::ModelBuilder model;
@@ -35,7 +29,7 @@ testkit::ModelBuilder SupportedModel() {
 
 TEST_F(ConvertCliTest, ReportGoesIntoADirectoryOnRequest) {
   fs::create_directory(Path("reports"));
-  const std::string model = WriteModel(SupportedModel());
+  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
   const auto r = Run({"--model", model, "--output", Path("out.pb"), "--check_report",
                       Path("reports"), "--save_check_report"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -49,7 +43,7 @@ TEST_F(ConvertCliTest, ShapeAndOutputOptionsReachTheParser) {
   testkit::ModelBuilder builder;
   builder.Data("in", {});
   builder.Unary("exp", "Exp", "in");
-  const std::string model = WriteModel(builder);
+  const std::string model = dir_.WriteModel("model.pb", builder);
   const auto refused = Run({"--model", model, "--output", Path("out.pb")});
   EXPECT_EQ(refused.exitCode, 1);
   EXPECT_NE(refused.err.find("shape has no dim"), std::string::npos) << refused.err;
@@ -66,7 +60,7 @@ TEST_F(ConvertCliTest, ShapeAndOutputOptionsReachTheParser) {
 }
 
 TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
-  const std::string model = WriteModel(SupportedModel());
+  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
   WriteFile(Path("junk.pb"), "\xff\xff not a model");
   fs::create_directory(Path("empty"));
   struct Case {
@@ -100,10 +94,25 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
 
 TEST_F(ConvertCliTest, PluginDirectoryComesFromTheFlagThenTheEnvironment) {
   fs::create_directory(Path("empty"));
-  const std::string plugins = (fs::path(TESU_CONVERT_PATH).parent_path() / "plugins").string();
+  const std::string plugins =
+      (fs::path(testkit::ConvertToolPath()).parent_path() / "plugins").string();
   EXPECT_EQ(Run({"--list-frameworks"}).out, "6 Orvane\n");
   EXPECT_EQ(Run({"--list-frameworks"}, Path("empty")).out, "");
   EXPECT_EQ(Run({"--list-frameworks", "--plugin-dir", plugins}, Path("empty")).out, "6 Orvane\n");
+}
+
+// The pictures show the graph before and after the conversion; the profile lists every step.
+TEST_F(ConvertCliTest, PicturesAndProfileOfAConversion) {
+  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
+  const auto r = Run({"--model", model, "--output", Path("out.pb"), "--dot", Path("after.dot"),
+                      "--dot-source", Path("before.dot"), "--profile"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(ReadFile(Path("before.dot")).find("abs\\nAbs"), std::string::npos);
+  EXPECT_NE(ReadFile(Path("after.dot")).find("abs\\nActivation"), std::string::npos);
+  for (const char* step : {"profile (ms):", "read model", "load model", "support check",
+                           "node conversion", "write picture", "write source picture", "total"}) {
+    EXPECT_NE(r.out.find(step), std::string::npos) << step << "\n" << r.out;
+  }
 }
 
 }  // namespace

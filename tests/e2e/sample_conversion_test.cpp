@@ -1,20 +1,20 @@
 // The bundled sample models through the command line, compared with the checked-in golden
 // conversions where there is one.
-#include <map>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "cli_run.h"
+#include "model_builder.h"
 
 namespace {
 
-using e2etest::ReadFile;
 using nlohmann::json;
+using testkit::ReadFile;
 
 std::string Sample(const std::string& name) {
-  return std::string(TESU_SAMPLES_DIR) + "/" + name;
+  return testkit::SamplePath(name);
 }
 
 // Compares values, so key order and indentation do not matter; names the first difference.
@@ -29,11 +29,11 @@ void ExpectMatchesGolden(const json& actual, const std::string& golden) {
                 << "the goldens with `bash scripts/update-goldens.sh BUILD_DIR` and review them.";
 }
 
-using SampleTest = e2etest::ConvertCliTest;
+using SampleTest = testkit::CliTest;
 
 TEST_F(SampleTest, EverySampleConvertsMatchesItsGoldenAndReloads) {
   // tiny.json led by blanks: a JSON model is told by its first non-blank character.
-  e2etest::WriteFile(Path("tiny.json"), "\n  " + ReadFile(TESU_EXAMPLES_DIR "/tiny.json"));
+  testkit::WriteFile(Path("tiny.json"), "\n  " + ReadFile(TESU_EXAMPLES_DIR "/tiny.json"));
   struct Case {
     std::string model;
     std::string golden;
@@ -83,24 +83,6 @@ TEST_F(SampleTest, UnsupportedSampleFailsWithTheReportAndWritesNoOutput) {
     EXPECT_EQ(Files(), std::vector<std::string>{"check_result.json"});
     EXPECT_EQ(ReadFile(model), before);
   }
-}
-
-// The full-size classifier: a few seconds in a debug build.
-TEST_F(SampleTest, ClassifierLosesEverySourceOnlyTypeAndFusesItsPooling) {
-  const auto r = Run(
-      {"--model", Sample("resnet50.pb"), "--output", Path("out.pb"), "--json", Path("out.json")});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  std::map<std::string, int> types;
-  json mean;
-  const json converted = json::parse(ReadFile(Path("out.json")));
-  for (const json& op : converted["graph"][0]["op"]) {
-    ++types[op["type"].get<std::string>()];
-    if (op["type"] == "ReduceMean") mean = op;
-  }
-  for (const char* gone : {"BatchNorm", "Conv2D", "Reshape"}) EXPECT_EQ(types.count(gone), 0u);
-  EXPECT_EQ(types["ReduceMean"], 1);
-  EXPECT_FALSE(mean["attr"].value("/keep_dims/b"_json_pointer, false)) << mean.dump();
-  EXPECT_TRUE(std::filesystem::exists(Path("out.pb")));
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "framework/plugin_loader.h"
-#include "framework/test_files.h"
 
 namespace {
 
@@ -31,12 +31,12 @@ TEST(PluginDirectoryTest, FirstExistingCandidateBesideTheRealProgram) {
       {"none: the first", {}, nullptr, "usr/bin/plugins"},
   };
   const std::vector<std::string> candidates = {"plugins", "../lib/tesu/plugins"};
-  frameworktest::TempDir temp;
+  testkit::TempDir temp;
   for (size_t i = 0; i < cases.size(); ++i) {
     const Case& c = cases[i];
     const fs::path root = temp.Path(std::to_string(i));
     fs::create_directories(root / "usr/bin");
-    frameworktest::WriteFile((root / "usr/bin/tool").string(), "");
+    testkit::WriteFile((root / "usr/bin/tool").string(), "");
     for (const char* dir : c.dirs) fs::create_directories(root / dir);
     fs::path program = root / "usr/bin/tool";
     if (c.link != nullptr) {

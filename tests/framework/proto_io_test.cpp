@@ -6,17 +6,17 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "files.h"
 #include "framework/proto_io.h"
 #include "graph/proto/model.pb.h"
-#include "test_files.h"
 
 namespace {
 
-using frameworktest::HasKeyAnywhere;
-using frameworktest::ReadFile;
-using frameworktest::TempDir;
-using frameworktest::WriteFile;
 using nlohmann::json;
+using testkit::HasKeyAnywhere;
+using testkit::ReadFile;
+using testkit::TempDir;
+using testkit::WriteFile;
 
 // A model with tensor bytes at the bottom of graph -> op -> attr map -> tensor.
 tesu::proto::ModelDef ModelWithTensor() {

@@ -94,6 +94,8 @@ struct MalformedCase {
 const MalformedCase kMalformed[] = {
     {R"([{"name": "y", "type": "Relu", "input": ["ghost:0"]}])",
      "node \"y\" (Relu): input \"ghost:0\" names no node"},
+    {R"([{"name": "y", "type": "Relu", "input": ["ghost:-1"]}])",
+     "input \"ghost:-1\" names no node"},
     {R"([{"name": "y", "type": "Relu", "input": ["x:3"]}])",
      "asks for output 3 but node \"x\" has 1 outputs"},
     {R"([{"name": "y", "type": "Relu", "input": ["x:one"]}])", "is not of the form"},
@@ -105,6 +107,12 @@ const MalformedCase kMalformed[] = {
     {R"([{"name": "c", "type": "Const", "attr": {"value": {"t": {"desc": {"dtype": 3,
         "shape": [3]}, "data": "AQAAAAIAAAA="}}}}])",
      "holds 8 bytes but its shape and INT32 data type need 12"},
+    {R"([{"name": "c", "type": "Const", "attr": {"value": {"t": {"desc": {"shape": [1]},
+        "data": "AACAPwAAAEA="}}}}])",
+     "holds 8 bytes but its shape and FLOAT data type need 4"},
+    {R"([{"name": "c", "type": "Const", "attr": {"value": {"t": {"desc": {"shape": [-1]},
+        "data": "AACAPw=="}}}}])",
+     "element count is negative"},
     {R"([{"name": "c", "type": "Const", "attr": {"value": {"t": {"desc": {"dtype": 3,
         "shape": [1099511627776, 1099511627776]}, "data": "AQAAAA=="}}}}])",
      "element count is negative or overflows"},
@@ -117,6 +125,8 @@ const MalformedCase kMalformed[] = {
     {R"([{"name": "a", "type": "Add", "input": ["x:0", "b:0"], "output_desc": [{}]},
          {"name": "b", "type": "Relu", "input": ["a:0"], "output_desc": [{}]}])",
      "lies on a cycle"},
+    {R"([{"name": "loop", "type": "Relu", "input": ["loop:0"], "output_desc": [{}]}])",
+     "node \"loop\" (Relu) lies on a cycle"},
 };
 
 TEST(ModelIoTest, MalformedModelsAreRefusedWithOneLineNamingTheProblem) {

@@ -5,12 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include "parse_helper.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using parsertest::Desc;
-using parsertest::Parse;
+using testkit::Desc;
+using testkit::Parse;
 
 // Every node gets version 5 and loses the bookkeeping attributes; renames skip absent source
 // attributes, and only a source ConcatD loses its input count.
