@@ -27,38 +27,6 @@ testkit::ModelBuilder SupportedModel() {
   return model;
 }
 
-TEST_F(ConvertCliTest, ReportGoesIntoADirectoryOnRequest) {
-  fs::create_directory(Path("reports"));
-  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
-  const auto r = Run({"--model", model, "--output", Path("out.pb"), "--check_report",
-                      Path("reports"), "--save_check_report"});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_EQ(json::parse(ReadFile(Path("reports/check_result.json")))["summary"]["passed"], 3);
-  EXPECT_NE(r.out.find("wrote check report: " + Path("reports") + "/check_result.json"),
-            std::string::npos)
-      << r.out;
-}
-
-TEST_F(ConvertCliTest, ShapeAndOutputOptionsReachTheParser) {
-  testkit::ModelBuilder builder;
-  builder.Data("in", {});
-  builder.Unary("exp", "Exp", "in");
-  const std::string model = dir_.WriteModel("model.pb", builder);
-  const auto refused = Run({"--model", model, "--output", Path("out.pb")});
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_NE(refused.err.find("shape has no dim"), std::string::npos) << refused.err;
-  EXPECT_FALSE(fs::exists(Path("out.pb")));
-
-  const auto r = Run({"--model", model, "--output", Path("out.pb"), "--input_shape", "in:1,3,16,16",
-                      "--out_nodes", "exp:0", "--output_format", "3"});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  tesu::proto::ModelDef converted;
-  ASSERT_TRUE(converted.ParseFromString(ReadFile(Path("out.pb"))));
-  const auto& shape = converted.graph(0).op(0).input_desc(0).shape();
-  EXPECT_EQ(std::vector<int64_t>(shape.begin(), shape.end()), (std::vector<int64_t>{1, 3, 16, 16}));
-  EXPECT_EQ(converted.graph(0).op(1).attr().at("inferred_format").i(), 3);
-}
-
 TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
   const std::string model = dir_.WriteModel("model.pb", SupportedModel());
   WriteFile(Path("junk.pb"), "\xff\xff not a model");

@@ -4,6 +4,7 @@
 #include "graph/attr_utils.h"
 #include "graph/op_desc.h"
 #include "graph/shape.h"
+#include "graph/tensor.h"
 
 namespace {
 
@@ -29,6 +30,37 @@ TEST(AttrTest, ReadsOfMissingOrOtherKindsFailAndLeaveTheOutputAlone) {
   EXPECT_FALSE(AttrUtils::GetBool(desc, "i", flag));
   EXPECT_FALSE(AttrUtils::GetListInt(desc, "wide", narrow)) << "does not fit 32 bits";
   EXPECT_FALSE(AttrUtils::SetBool(std::shared_ptr<tov::OpDesc>(), "x", true));
+}
+
+// Each kind written through the typed setters reads back, through a const holder too, and only
+// as its own kind; 32-bit reads refuse values that do not fit.
+TEST(AttrTest, EveryKindRoundTripsThroughTheTypedAccessors) {
+  auto desc = std::make_shared<tov::OpDesc>("n", "T");
+  const auto tensor = std::make_shared<tov::Tensor>();
+  ASSERT_TRUE(AttrUtils::SetBool(desc, "b", true) && AttrUtils::SetFloat(desc, "f", 0.5f) &&
+              AttrUtils::SetInt(desc, "i", -7) && AttrUtils::SetInt(desc, "big", 1ll << 40) &&
+              AttrUtils::SetStr(desc, "s", "x") && AttrUtils::SetTensor(desc, "t", tensor) &&
+              AttrUtils::SetListBool(desc, "lb", {true}) &&
+              AttrUtils::SetListStr(desc, "ls", {"a", "b"}));
+  const std::shared_ptr<const tov::OpDesc> held = desc;
+  bool b = false;
+  float f = 0;
+  int32_t narrow = 0;
+  std::string text;
+  tov::TensorPtr read;
+  std::vector<bool> bools;
+  std::vector<std::string> strings;
+  EXPECT_TRUE(AttrUtils::GetBool(held, "b", b) && b);
+  EXPECT_TRUE(AttrUtils::GetFloat(held, "f", f) && f == 0.5f);
+  EXPECT_TRUE(AttrUtils::GetInt(held, "i", narrow) && narrow == -7);
+  EXPECT_FALSE(AttrUtils::GetInt(held, "big", narrow));
+  EXPECT_TRUE(AttrUtils::GetStr(held, "s", text) && text == "x");
+  EXPECT_TRUE(AttrUtils::GetTensor(held, "t", read) && read == tensor);
+  EXPECT_TRUE(AttrUtils::GetListBool(held, "lb", bools) && bools == std::vector<bool>{true});
+  EXPECT_TRUE(AttrUtils::GetListStr(held, "ls", strings) && strings.size() == 2u);
+  EXPECT_FALSE(AttrUtils::GetListBool(held, "ls", bools) || AttrUtils::GetStr(held, "b", text));
+  EXPECT_TRUE(AttrUtils::HasAttr(held, "t") && !AttrUtils::HasAttr(held, "absent"));
+  EXPECT_FALSE(AttrUtils::HasAttr(std::shared_ptr<const tov::OpDesc>(), "t"));
 }
 
 TEST(AttrTest, EmptyListReadsAsAnyKindAndIntListsNarrow) {

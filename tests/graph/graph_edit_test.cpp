@@ -110,13 +110,6 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   EXPECT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(2), tov::GRAPH_PARAM_INVALID);
 }
 
-TEST(GraphEditTest, NodeHandlesOutliveTheirGraphSafely) {
-  tov::NodePtr kept = Fan()->FindNode("mid");
-  EXPECT_EQ(kept->GetOwnerComputeGraph(), nullptr);
-  EXPECT_EQ(kept->ROLE(NodeSpec).InDataEdgeSize(), 0u);
-  EXPECT_EQ(kept->ROLE(NodeWalker).OutDataNode(0, 0), nullptr);
-}
-
 // Edits that name a node of another graph, a node already removed, or an edge that exists or
 // not: each is refused (or is a no-op) and leaves both graphs as they were.
 TEST(GraphEditTest, EditsAcrossGraphsOrOfRemovedNodesAreRefused) {
@@ -177,6 +170,36 @@ TEST(GraphEditTest, NestedWalksMayRemoveNodes) {
   EXPECT_EQ(outer, (Names{"n0", "n1", "n2", "n4"}));
   EXPECT_EQ(inner, (Names{"n0", "n1", "n2", "n4", "late"}));
   EXPECT_EQ(NodeNames(*graph), (Names{"n0", "n1", "n2", "n4", "late"}));
+}
+
+TEST(GraphEditTest, WalkReturnsTheFirstNonZeroStatusAndStops) {
+  auto graph = testkit::ReluChain(4);
+  Names seen;
+  auto status = graph->ROLE(GraphListWalker).WalkAllNodes([&](tov::Node& node) -> uint32_t {
+    seen.push_back(node.GetName());
+    return node.GetName() == "n1" ? 5 : node.GetName() == "n2" ? 7 : 0;
+  });
+  EXPECT_EQ(status, 5u);
+  EXPECT_EQ(seen, (Names{"n0", "n1"}));
+}
+
+// The action may remove its own node or a later one; filtered-out nodes get no action.
+TEST(GraphEditTest, WalkActionMayRemoveItsOwnNodeOrALaterOne) {
+  auto graph = testkit::ReluChain(6);
+  Names seen;
+  const auto status =
+      graph->ROLE(GraphListWalker)
+          .WalkAllNodesModifiable([](tov::Node& node) { return node.GetName() != "n5"; },
+                                  [&](tov::Node& node) -> uint32_t {
+                                    seen.push_back(node.GetName());
+                                    if (node.GetName() == "n1") return graph->RemoveNode(node);
+                                    if (node.GetName() != "n2") return 0;
+                                    return graph->RemoveNode(*graph->FindNode("n3"));
+                                  });
+  EXPECT_EQ(status, 0u);
+  EXPECT_EQ(seen, (Names{"n0", "n1", "n2", "n4"}));
+  EXPECT_EQ(testkit::NodeNames(*graph), (Names{"n0", "n2", "n4", "n5"}));
+  EXPECT_EQ(graph->GetNodesSize(), 4u);
 }
 
 }  // namespace

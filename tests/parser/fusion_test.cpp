@@ -12,7 +12,6 @@
 namespace {
 
 using testkit::ConsumersOf;
-using testkit::NodeNamed;
 using testkit::Parse;
 using testkit::ParserLine;
 using Ints = std::vector<int64_t>;
@@ -49,9 +48,9 @@ void ExpectFused(const tov::ComputeGraph& graph, bool fused) {
   bool keepDims = !fused;
   EXPECT_TRUE(tov::AttrUtils::GetBool(testkit::Desc(graph, "mean"), "keep_dims", keepDims));
   EXPECT_EQ(keepDims, !fused);
-  EXPECT_EQ(NodeNamed(graph, "reshape") == nullptr, fused);
-  EXPECT_EQ(NodeNamed(graph, "target") == nullptr, fused);
-  EXPECT_EQ(ConsumersOf(*NodeNamed(graph, "mean")),
+  EXPECT_EQ(graph.FindNode("reshape") == nullptr, fused);
+  EXPECT_EQ(graph.FindNode("target") == nullptr, fused);
+  EXPECT_EQ(ConsumersOf(*graph.FindNode("mean")),
             std::vector<std::string>{fused ? "out" : "reshape"});
 }
 
@@ -127,7 +126,7 @@ TEST(ParserFusion, GuardsThatPreventTheMatch) {
     testkit::LogCapture logs;
     const auto outcome = Parse(model);
     ASSERT_EQ(outcome.status, 0u);
-    ASSERT_NE(NodeNamed(*outcome.graph, "reshape"), nullptr);
+    ASSERT_NE(outcome.graph->FindNode("reshape"), nullptr);
     EXPECT_EQ(logs.Texts(), c.log);
   }
 }

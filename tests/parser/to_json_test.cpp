@@ -60,13 +60,4 @@ TEST_F(ParserToJson, NullOrUnreadableInputFailsWithItsLineAndWritesNothing) {
   EXPECT_EQ(dir_.Entries(), std::vector<std::string>{"model.bin"});
 }
 
-TEST_F(ParserToJson, UnwritableJsonPathReturnsTheSaversStatus) {
-  const std::string unwritable = dir_.Path("no_such_dir/out.json");
-  const tesu::Status saverStatus = tesu::ModelSaver::SaveJsonToFile(unwritable.c_str(), {});
-  ASSERT_NE(saverStatus, 0u);
-  testkit::ModelBuilder model;
-  model.Data("in");
-  EXPECT_TRUE(Run(Model(model.Bytes()).c_str(), unwritable.c_str(), saverStatus).empty());
-}
-
 }  // namespace

@@ -15,16 +15,6 @@ size_t CountByType(const tov::ComputeGraph& graph, const std::string& type) {
   return count;
 }
 
-std::map<std::string, size_t> CountTypes(const tov::ComputeGraph& graph) {
-  std::map<std::string, size_t> counts;
-  graph.ForEachNode([&](tov::Node& node) { ++counts[node.GetType()]; });
-  return counts;
-}
-
-tov::NodePtr NodeNamed(const tov::ComputeGraph& graph, const std::string& name) {
-  return graph.FindNode(name);
-}
-
 tov::Node& NodeOf(const tov::ComputeGraph& graph, const std::string& name) {
   const tov::NodePtr node = graph.FindNode(name);
   if (node == nullptr) throw std::runtime_error("no node " + name);

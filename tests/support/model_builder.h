@@ -31,8 +31,6 @@ std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length);
 
 // Inspection helpers.
 size_t CountByType(const tov::ComputeGraph& graph, const std::string& type);
-std::map<std::string, size_t> CountTypes(const tov::ComputeGraph& graph);
-tov::NodePtr NodeNamed(const tov::ComputeGraph& graph, const std::string& name);
 tov::Node& NodeOf(const tov::ComputeGraph& graph, const std::string& name);
 tov::OpDesc& Desc(const tov::ComputeGraph& graph, const std::string& name);
 // An integer attribute of the node, or -1 when absent.
