@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "graph/attr_utils.h"
+#include "graph/node.h"
 #include "graph/op_desc.h"
 #include "graph/shape.h"
 #include "graph/tensor.h"
+#include "log_capture.h"
+#include "model_builder.h"
 
 namespace {
 
@@ -86,6 +89,28 @@ TEST(AttrTest, SetReplacesAndAttributesStaySorted) {
   float value = 0;
   EXPECT_TRUE(AttrUtils::GetFloat(desc, "b", value));
   EXPECT_EQ(value, 2.5f);
+}
+
+// Queries beyond a node's inputs or outputs answer empty, and updates there are refused.
+TEST(AttrTest, QueriesBeyondTheDescriptionsAnswerEmpty) {
+  auto graph = testkit::ReluChain(2);
+  tov::Node& node = testkit::NodeOf(*graph, "n1");
+  tov::OpDesc& desc = *node.GetOpDesc();
+  EXPECT_EQ(desc.GetInputDesc(9), tov::TensorDesc());
+  EXPECT_EQ(desc.GetOutputDesc(9), tov::TensorDesc());
+  EXPECT_EQ(desc.MutableInputDesc(9), nullptr);
+  testkit::LogCapture log;
+  EXPECT_EQ(desc.UpdateInputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
+  EXPECT_EQ(desc.UpdateOutputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
+  EXPECT_EQ(log.Lines().size(), 2u);
+  EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(0)->GetName(), "n0");
+  EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(9), nullptr);
+  EXPECT_EQ(node.GetAllOutDataAnchors().size(), 1u);
+  // Tensor values compare by description and bytes, not by identity.
+  const auto tensor = std::make_shared<tov::Tensor>();
+  const auto same = std::make_shared<tov::Tensor>();
+  EXPECT_EQ(tov::AttrValue::CreateFrom(tensor), tov::AttrValue::CreateFrom(same));
+  EXPECT_FALSE(tov::AttrValue::CreateFrom(tensor) == tov::AttrValue::CreateFrom(tov::TensorPtr()));
 }
 
 TEST(ShapeTest, ElementCountsOfScalarsUnknownAndOverflowingShapes) {
