@@ -1,6 +1,7 @@
 #include "framework/proto_io.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -87,6 +88,12 @@ void StripFields(google::protobuf::Message& message, const std::set<std::string>
 }  // namespace
 
 bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& error) {
+  // A directory opens like a file but has no size to read; say what it is.
+  struct stat info {};
+  if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+    error = std::strerror(EISDIR);
+    return false;
+  }
   std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) {
     error = std::strerror(errno);

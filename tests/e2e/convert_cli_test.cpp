@@ -39,6 +39,7 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
   const std::string out = Path("o.pb");
   const Case cases[] = {
       {{"--model", Path("absent.pb"), "--output", out}, 1, "cannot read"},
+      {{"--model", Path("empty"), "--output", out}, 1, "Is a directory"},
       {{"--model", model, "--output", out, "--plugin-dir", Path("empty")},
        1,
        "no parser for framework 6"},
