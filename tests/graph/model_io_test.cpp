@@ -155,15 +155,4 @@ TEST(ModelIoTest, MalformedModelsAreRefusedWithOneLineNamingTheProblem) {
   }
 }
 
-TEST(ModelIoTest, SavingTwoNodesOfOneNameFails) {
-  auto graph = ModelBuilder().LoadGraph();
-  graph->AddNode(std::make_shared<tov::OpDesc>("same", "A"));
-  graph->AddNode(std::make_shared<tov::OpDesc>("same", "B"));
-  tov::Model model("m", tov::GraphUtils::CreateGraphFromComputeGraph(graph));
-  LogCapture log;
-  std::string bytes;
-  EXPECT_NE(model.Save(bytes), tov::GRAPH_SUCCESS);
-  EXPECT_TRUE(log.Contains("two nodes are named \"same\""));
-}
-
 }  // namespace
