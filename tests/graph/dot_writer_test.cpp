@@ -22,6 +22,7 @@ TEST(DotWriterTest, ShowsNodesAttributesAndEveryKindOfEdge) {
   conv.Attr("pads", std::vector<int64_t>(9, 0)).Attr("alpha", 0.5f).Attr("flag", true);
   conv.Attr("mode", "a\nb").Attr("scales", std::vector<float>{0.25f});
   conv.Attr("names", std::vector<std::string>{"x"}).EmptyListAttr("empty");
+  (*conv.Def().mutable_attr())["bits"].mutable_list()->add_b(true);
   model.Unary("relu", "Relu", "conv:1");
   model.Op("sink", "NoOp").Control("relu");
   const std::string dot = tov::ToDot(*model.LoadGraph());
@@ -35,6 +36,7 @@ TEST(DotWriterTest, ShowsNodesAttributesAndEveryKindOfEdge) {
                                "mode = \\\"a\\nb\\\"",
                                "scales = [0.25]",
                                "names = [x]",
+                               "bits = [1]",
                                "empty = []",
                                "n2 -> n3 [label=\"1:0\"]",
                                "n3 -> n4 [style=dashed]",

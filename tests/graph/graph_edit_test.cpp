@@ -79,6 +79,7 @@ TEST(GraphEditTest, ByPassNodeFeedsConsumersFromTheProducerAndJoinsControlEdges)
   EXPECT_EQ(ConsumersOf(*graph->FindNode("x")), (Names{"a", "b"}));
   const auto successors = graph->FindNode("pre")->ROLE(NodeWalker).OutControlNodes();
   ASSERT_EQ(successors.size(), 1u);
+  EXPECT_EQ(successors[0]->ROLE(NodeSpec).InControlEdgeSize(), 1u);
   EXPECT_EQ(successors[0]->GetName(), "ctl");
   // A node without exactly one connected input cannot be bypassed.
   EXPECT_NE(bypasser.ByPassNode(*graph->FindNode("x")), tov::GRAPH_SUCCESS);

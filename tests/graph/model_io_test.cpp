@@ -74,15 +74,34 @@ TEST(ModelIoTest, BinaryAndMessageRoundTripsAreLosslessAndSavingIsDeterministic)
   }
 }
 
-TEST(ModelIoTest, EmptyBytesLoadWithoutGraphAndAConstGetsItsTensorsDescription) {
+// An input without an output index reads output 0; a Const without an output description gets
+// its tensor's; empty bytes are a model without a graph.
+TEST(ModelIoTest, ShortFormsLoadAsTheirFullForms) {
   tov::Model empty;
   ASSERT_EQ(Load(empty, ""), tov::GRAPH_SUCCESS);
   EXPECT_EQ(tov::GraphUtils::GetComputeGraph(empty.GetGraph()), nullptr);
 
   ModelBuilder model;
   model.ConstInt32("c", {1, 2, 3}).Def().clear_output_desc();
-  EXPECT_EQ(model.LoadGraph()->FindNode("c")->GetOpDesc()->GetOutputDesc(0).GetShape(),
-            tov::Shape({3}));
+  model.Unary("y", "Relu", "c").Def().set_input(0, "c");
+  const auto graph = model.LoadGraph();
+  EXPECT_EQ(graph->FindNode("c")->GetOpDesc()->GetOutputDesc(0).GetShape(), tov::Shape({3}));
+  EXPECT_EQ(testkit::ProducersOf(*graph->FindNode("y")), testkit::Names{"c"});
+}
+
+// A model-level attribute that does not load refuses the model, read from bytes or a message.
+TEST(ModelIoTest, MalformedModelAttributeRefusesTheModel) {
+  ModelBuilder model;
+  auto& list = *(*model.Def().mutable_attr())["bad"].mutable_list();
+  list.add_i(1);
+  list.add_s("a");
+  LogCapture log;
+  tov::Model fromBytes;
+  EXPECT_EQ(Load(fromBytes, model.Bytes()), tov::GRAPH_MODEL_INVALID);
+  tov::Model fromMessage;
+  EXPECT_EQ(fromMessage.Load(tesu::proto::ModelDef(model.Def())), tov::GRAPH_MODEL_INVALID);
+  ASSERT_EQ(log.Lines().size(), 2u);
+  EXPECT_NE(log.Lines()[1].text.find("mixes values of several kinds"), std::string::npos);
 }
 
 // Each case adds ops, in the JSON form of the model format, to a graph holding Data "x".
@@ -120,6 +139,8 @@ const MalformedCase kMalformed[] = {
         "data": "AQAAAA=="}}}}])",
      "unknown data type 99"},
     {R"([{"name": "d", "type": "Data", "input_desc": [{"shape": [1, -3]}]}])", "has dimension -3"},
+    {R"([{"name": "d", "type": "Data", "output_desc": [{"shape": [-4]}]}])",
+     "output description 0 has dimension -4"},
     {R"([{"name": "n", "type": "T", "attr": {"l": {"list": {"i": [1], "s": ["a"]}}}}])",
      "mixes values of several kinds"},
     {R"([{"name": "a", "type": "Add", "input": ["x:0", "b:0"], "output_desc": [{}]},
