@@ -70,6 +70,17 @@ TEST(ReduceMeanDConverter, AxesBecomeTheLastConstantInput) {
   }
 }
 
+// A scalar input has no axis to reduce; the node is already retyped and loses its axes.
+TEST(ReduceMeanDConverter, ScalarInputIsRefusedAfterTheRetype) {
+  auto graph = OneNodeGraph("ReduceMeanD", {}, [](auto& op) { op.Attr("axes", Ints{0}); });
+  testkit::LogCapture log;
+  EXPECT_EQ(Convert(*graph, "n"), 1u);
+  testkit::ExpectOnlyLine(
+      log, "AI_FMK", UtilLine("OrvaneReduceMeanDParserFunc", 294, Quoted("dim num is invaild")));
+  EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")), "");
+  WeightsAfterK(*graph, 0);
+}
+
 // BatchToSpaceD reads block_size (a square block), BatchToSpaceNDD block_shape; crops become a
 // [n/2, 2] constant, without data when empty.
 TEST(BatchToSpaceConverter, BlockAndCropsBecomeTwoConstantInputs) {

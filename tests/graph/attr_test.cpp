@@ -75,6 +75,9 @@ TEST(AttrTest, EmptyListReadsAsAnyKindAndIntListsNarrow) {
   std::vector<int32_t> narrow;
   EXPECT_TRUE(AttrUtils::GetListFloat(desc, "empty", floats) && floats.empty());
   EXPECT_TRUE(AttrUtils::GetListStr(desc, "empty", strings) && strings.empty());
+  AttrUtils::SetListFloat(desc, "no_floats", {});
+  EXPECT_TRUE(AttrUtils::GetListInt(desc, "no_floats", narrow) && narrow.empty());
+  ASSERT_NE(desc.MutableAttr("pad"), nullptr);
   ASSERT_TRUE(AttrUtils::GetListInt(desc, "pad", narrow));
   EXPECT_EQ(narrow, (std::vector<int32_t>{1, -2, 3}));
 }
