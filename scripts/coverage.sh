@@ -16,17 +16,21 @@ done
 bash scripts/install-deps.sh --coverage
 jobs=$(nproc)
 launcher=()
-command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
+# A build directory keeps the generator it was made with.
 generator=()
-[[ -f $dir/CMakeCache.txt ]] || { command -v ninja >/dev/null && generator=(-G Ninja); }
+if [[ ! -f $dir/CMakeCache.txt ]] && command -v ninja >/dev/null; then generator=(-G Ninja); fi
 cmake -S . -B "$dir" "${generator[@]}" "${launcher[@]}" -DCMAKE_BUILD_TYPE=Debug \
   -DTESU_COVERAGE=ON -DTESU_BUILD_BENCH=OFF
 cmake --build "$dir" -j "$jobs"
 # Counters add up across runs: start from zero so that the figure is this run's.
 find "$dir" -name '*.gcda' -delete
 ctest --test-dir "$dir" --output-on-failure -j "$jobs" -L 'unit|e2e|python'
-report=(--html-details "$html/index.html")
-[[ -n $html ]] && mkdir -p "$html" || report=()
+report=()
+if [[ -n $html ]]; then
+  mkdir -p "$html"
+  report=(--html-details "$html/index.html")
+fi
 gcovr --root . --object-directory "$dir" --filter 'host/' --filter 'framework/' \
   --exclude-throw-branches --exclude-unreachable-branches \
   --print-summary "${report[@]}"
