@@ -38,6 +38,11 @@ TEST(LogTest, SinkGetsWholeTextWithoutPrefixAndNothingReachesStderr) {
     EXPECT_EQ(capture.Lines()[0].text, longText);
     EXPECT_EQ(capture.Lines()[0].module, "AI_INFRA");
     EXPECT_EQ(capture.Lines()[0].level, AI_LOG_ERROR);
+    // No format prints nothing; no module and an empty message still make a line.
+    AI_Log_Print(AI_LOG_ERROR, "AI_INFRA", nullptr);
+    AI_Log_Print(AI_LOG_ERROR, nullptr, "%s", "");
+    ASSERT_EQ(capture.Lines().size(), 2u);
+    EXPECT_EQ(capture.Lines()[1].module + capture.Lines()[1].text, "");
   }
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }

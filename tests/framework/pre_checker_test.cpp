@@ -9,6 +9,7 @@
 #include "files.h"
 #include "framework/pre_checker.h"
 #include "framework/proto_io.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -81,6 +82,13 @@ TEST(PreCheckerTest, SaveWritesIntoADirectoryOrFailsCleanly) {
               json::parse(checker->ReportJson()));
   }
   EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"check_result.json", "plain"}));
+  // A named checker's failure names it; without a path the report goes to the default file.
+  testkit::LogCapture log;
+  EXPECT_EQ(tesu::PreChecker("net", kSupported).Save(dir.Path("missing/r.json")),
+            tesu::FILE_WRITE_FAILED);
+  EXPECT_TRUE(log.Contains("cannot save the check report of net to "))
+      << ::testing::PrintToString(log.Texts());
+  EXPECT_EQ(tesu::PreChecker::ReportFile(""), "check_result.json");
 }
 
 }  // namespace
