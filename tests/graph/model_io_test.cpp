@@ -150,7 +150,7 @@ const MalformedCase kMalformed[] = {
      "node \"loop\" (Relu) lies on a cycle"},
 };
 
-TEST(ModelIoTest, MalformedModelsAreRefusedWithOneLineNamingTheProblem) {
+TEST(ModelIoTest, MalformedModelsAreRefusedWithOneLineEachNamingTheProblem) {
   for (const MalformedCase& c : kMalformed) {
     SCOPED_TRACE(c.expected);
     ModelBuilder model;
@@ -159,12 +159,17 @@ TEST(ModelIoTest, MalformedModelsAreRefusedWithOneLineNamingTheProblem) {
     const std::string json = std::string("{\"op\": ") + c.ops + "}";
     ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(json, &added).ok());
     model.Def().mutable_graph(0)->MergeFrom(added);
+    // From bytes and from a message alike.
     LogCapture log;
-    tov::Model loaded;
-    EXPECT_EQ(Load(loaded, model.Bytes()), tov::GRAPH_MODEL_INVALID);
-    ASSERT_EQ(log.Lines().size(), 1u);
-    EXPECT_EQ(log.Lines()[0].level, 3);
-    EXPECT_NE(log.Lines()[0].text.find(c.expected), std::string::npos) << log.Lines()[0].text;
+    tov::Model fromBytes;
+    EXPECT_EQ(Load(fromBytes, model.Bytes()), tov::GRAPH_MODEL_INVALID);
+    tov::Model fromMessage;
+    EXPECT_EQ(fromMessage.Load(tesu::proto::ModelDef(model.Def())), tov::GRAPH_MODEL_INVALID);
+    ASSERT_EQ(log.Lines().size(), 2u);
+    for (const testkit::LogLine& line : log.Lines()) {
+      EXPECT_EQ(line.level, AI_LOG_ERROR);
+      EXPECT_NE(line.text.find(c.expected), std::string::npos) << line.text;
+    }
   }
   // Garbage, and a graph field whose length runs past the end.
   const std::string notAModel[] = {"\xff\xff\xff\xff", "\022\005ab"};
