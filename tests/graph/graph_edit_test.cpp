@@ -143,6 +143,8 @@ TEST(GraphEditTest, EditsAcrossGraphsOrOfRemovedNodesAreRefused) {
       {"remove a removed node", graph->RemoveNode(*removed), tov::GRAPH_NOT_FOUND},
   };
   for (const auto& c : cases) EXPECT_EQ(c.status, c.expected) << c.what;
+  EXPECT_EQ(graph->InsertNodeBefore(nullptr, x), nullptr);
+  EXPECT_EQ(tov::ComputeGraph("empty").FindNode("x"), nullptr);
   EXPECT_EQ(graph->InsertNodeBefore(std::make_shared<tov::OpDesc>("y", "Relu"), *removed), nullptr);
   EXPECT_EQ(graph->InsertNodeBefore(std::make_shared<tov::OpDesc>("y", "Relu"), stranger), nullptr);
   EXPECT_EQ(NodeNames(*graph), (Names{"x", "w", "mid", "a", "c", "ctl"}));

@@ -42,6 +42,17 @@ TEST(WeightsTest, SetWeightsAppendsNewConstantsJustBeforeTheirConsumer) {
   EXPECT_EQ(op->GetOpDesc()->GetInputDesc(3).GetDataType(), tov::DT_INT32);
   EXPECT_EQ(Int32Data(*OpDescUtils::MutableWeights(*op)[2]), (std::vector<int32_t>{7, 8}));
   EXPECT_EQ(NodeNames(*graph), (Names{"x", "w0", "w1", "op_weight_3", "op", "next"}));
+
+  // A taken name gets a numbered suffix; a node outside any graph takes no weights.
+  weights.push_back(Int32Tensor({9}));
+  ASSERT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(ProducersOf(*op).back(), "op_weight_4");
+  graph->AddNode(std::make_shared<tov::OpDesc>("op_weight_5", "NoOp"));
+  weights.push_back(Int32Tensor({10}));
+  ASSERT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(ProducersOf(*op).back(), "op_weight_5_1");
+  ASSERT_EQ(graph->RemoveNode(*op), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_PARAM_INVALID);
 }
 
 TEST(WeightsTest, SetWeightsWithFewerTensorsRemovesSurplusConstInputs) {
