@@ -50,6 +50,11 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
        2,
        "invalid --input_shape value \"a:b\": "},
       {{"--model", Path("junk.pb"), "--output", out}, 13, "status 13"},
+      {{"--model", testkit::SamplePath("unsupported.pb"), "--output", out, "--check_report",
+        Path("empty")},
+       1,
+       "check report written to " + Path("empty") +
+           "/check_result.json; unsupported operator types: Gelu (2), LayerNorm (1), Softmax (1)"},
   };
   const std::string before = ReadFile(model);
   for (const Case& c : cases) {
