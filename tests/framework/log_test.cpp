@@ -1,9 +1,11 @@
 // The host log: line prefix, threshold and the capture sink.
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "framework/profiler.h"
 #include "log/log.h"
 #include "log_capture.h"
 
@@ -45,6 +47,35 @@ TEST(LogTest, SinkGetsWholeTextWithoutPrefixAndNothingReachesStderr) {
     EXPECT_EQ(capture.Lines()[1].module + capture.Lines()[1].text, "");
   }
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+// Each thread's capture, with its own threshold, holds exactly that thread's lines and timed
+// steps; the process-wide sink gets only the lines of a thread without one.
+TEST(LogTest, ThreadCapturesKeepConcurrentThreadsApart) {
+  testkit::LogCapture global;
+  std::vector<std::string> lines[2];
+  std::vector<tesu::Profiler::Step> steps[2];
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 2; ++t) {
+    threads.emplace_back([&, t] {
+      tesu::ProfileCapture profile;
+      tesu::log::ThreadCapture capture(
+          t == 0 ? AI_LOG_DEBUG : AI_LOG_ERROR,
+          [&](int, const std::string&, const std::string& text) { lines[t].push_back(text); });
+      for (int i = 0; i < 500; ++i) AI_Log_Print(i % 2 ? AI_LOG_ERROR : AI_LOG_DEBUG, "M", "%d", i);
+      { tesu::ProfileScope step(t == 0 ? "a" : "b"); }
+      steps[t] = profile.Steps();
+    });
+  }
+  AI_Log_Print(AI_LOG_ERROR, "MAIN", "outside");
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(lines[0].size(), 500u);
+  ASSERT_EQ(lines[1].size(), 250u);
+  EXPECT_EQ(lines[1].back(), "499");
+  ASSERT_EQ(steps[0].size() + steps[1].size(), 2u);
+  EXPECT_EQ(steps[1][0].name, "b");
+  EXPECT_EQ(global.Texts(), std::vector<std::string>{"outside"});
+  EXPECT_TRUE(tesu::Profiler::Take().empty());
 }
 
 }  // namespace
