@@ -1,6 +1,6 @@
-// The converters' own allocations (new op descriptions, new tensors, temporary arrays) use the
-// non-throwing forms; this executable replaces those forms so that each failure can be provoked.
-// It is a separate executable because the replacement is process-wide.
+// The plug-in's own allocations (the parser object, new op descriptions, new tensors, temporary
+// arrays) use the non-throwing forms; this executable replaces those forms so that each failure
+// can be provoked. It is a separate executable because the replacement is process-wide.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "converter_test_support.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
@@ -55,10 +56,8 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
 
 namespace {
 
-using convtest::Convert;
-using convtest::Ints;
-using convtest::Line;
-using convtest::Quoted;
+using testkit::Ints;
+using testkit::Quoted;
 
 constexpr int kUnlimited = -1;
 const char* const kNullAddr = "param[\"addr\"] must not be null.";
@@ -98,20 +97,31 @@ TEST(ConverterAllocationFailure, IsReportedWithItsStatusAndLine) {
     op.Attr("axes", Ints{1}).Attr("block_shape", Ints{2, 2}).Attr("crops", Ints{0, 0, 0, 0});
     op.Input("p0");
     if (batchNorm) op.Input("p1").Input("p2").Input("p3");
-    auto graph = convtest::Load(model);
-    const std::vector<std::string> namesBefore = testkit::NodeNames(*graph);
+    auto graph = testkit::Load(model);
+    const testkit::Names namesBefore = testkit::NodeNames(*graph);
 
     testkit::LogCapture log;
     uint32_t status = 0;
     {
       ExhaustedHeap heap(row.objects, row.arrays);
-      status = Convert(*graph, "n");
+      status = testkit::Convert(*graph, "n");
     }
     EXPECT_EQ(status, row.status);
-    convtest::ExpectSingleLine(log, Line(row.function, row.line, row.message));
+    testkit::ExpectOnlyLine(log, "AI_FMK", testkit::UtilLine(row.function, row.line, row.message));
     EXPECT_EQ(testkit::NodeNames(*graph), namesBefore);
-    EXPECT_EQ(convtest::WeightsOf(*graph, "n").size(), batchNorm ? 4u : 1u);
+    EXPECT_EQ(testkit::WeightsOf(*graph, "n").size(), batchNorm ? 4u : 1u);
   }
+}
+
+TEST(ParserCreatorAllocationFailure, YieldsNoParserAndNoLog) {
+  testkit::LogCapture log;
+  std::shared_ptr<tesu::ModelParser> parser;
+  {
+    ExhaustedHeap heap(0, kUnlimited);
+    parser = tesu::Creator_ORVANE_Model_Parser();
+  }
+  EXPECT_EQ(parser, nullptr);
+  EXPECT_TRUE(log.Lines().empty());
 }
 
 }  // namespace

@@ -9,16 +9,17 @@
 #include <string>
 #include <vector>
 
-#include "converter_test_support.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using convtest::Convert;
-using convtest::Desc;
-using convtest::Ints;
-using convtest::Line;
-using convtest::Names;
-using convtest::Quoted;
+using testkit::Convert;
+using testkit::Desc;
+using testkit::Ints;
+using testkit::Names;
+using testkit::Quoted;
+using testkit::UtilLine;
 using Edit = std::function<void(testkit::OpBuilder&)>;
 
 Names Numbered(const std::string& prefix, size_t count) {
@@ -52,7 +53,7 @@ std::shared_ptr<tov::ComputeGraph> ReplacementGraph(
   op.InputConst(flags).Output({1, 3, 8, 8}).Attr("carried", "no");
   edit(op);
   for (const std::string& consumer : Numbered("c", consumers)) model.Unary(consumer, "Relu", "n");
-  return convtest::Load(model);
+  return testkit::Load(model);
 }
 
 const Names kBatchNormInputs = {"x0", "p0", "p1", "p2", "p3"};
@@ -83,7 +84,7 @@ TEST_P(NodeReplacement, TakesOverPlaceProducersAndConsumers) {
   EXPECT_EQ(desc.GetOutputsSize(), 1u);
   EXPECT_EQ(desc.GetOutputDesc(0), tov::TensorDesc());
   EXPECT_EQ(desc.GetInputDesc(0), tov::TensorDesc());
-  const tov::Node& node = convtest::NodeOf(*graph, "n");
+  const tov::Node& node = testkit::NodeOf(*graph, "n");
   EXPECT_EQ(testkit::ProducersOf(node), (batchNorm ? inputs : Names{"x0", "x1", "x2"}));
   EXPECT_EQ(testkit::ConsumersOf(node), Numbered("c", GetParam().consumers));
   const std::vector<bool> flags{false, true, true, true, true};
@@ -163,9 +164,39 @@ TEST(NodeReplacement, RefusesUnusableInputsWithoutTouchingTheGraph) {
     testkit::LogCapture log;
     EXPECT_EQ(Convert(*graph, "n"), row.status);
     const char* function = IsBatchNorm(row.type) ? "BatchNormParserFunc" : "ConcatParserFunc";
-    convtest::ExpectSingleLine(log, Line(function, row.line, row.message));
+    testkit::ExpectOnlyLine(log, "AI_FMK", UtilLine(function, row.line, row.message));
     EXPECT_EQ(testkit::NodeNames(*graph), namesBefore);
     EXPECT_EQ(Desc(*graph, "n").GetType(), row.type);
+  }
+}
+
+// A source node whose data input is unconnected, or that has no output, is found out only once
+// the new node is in the graph: the new node stays, the source node is still found by its name.
+TEST(NodeReplacement, MissingEdgeEndsTheReplacementHalfway) {
+  const struct {
+    const char* type;
+    Names inputs;
+    bool unconnected;  // else: no output
+    int line;
+    const char* message;
+  } rows[] = {
+      {"Concat", {"x0", "x1", "axis"}, true, 169, "peerDataAnchor is nullptr"},
+      {"Concat", {"x0", "x1", "axis"}, false, 178, "outDataAnchor is nullptr"},
+      {"BatchNorm", kBatchNormInputs, true, 106, "peerDataAnchor is nullptr"},
+      {"BatchNorm", kBatchNormInputs, false, 97, "outDataAnchor is nullptr"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.line);
+    auto graph = ReplacementGraph(row.type, row.inputs, 0, {1}, [&](testkit::OpBuilder& op) {
+      if (row.unconnected) op.Def().set_input(0, "");
+      if (!row.unconnected) op.Def().clear_output_desc();
+    });
+    testkit::LogCapture log;
+    EXPECT_EQ(Convert(*graph, "n"), 1u);
+    const char* function = IsBatchNorm(row.type) ? "BatchNormParserFunc" : "ConcatParserFunc";
+    testkit::ExpectOnlyLine(log, "AI_FMK", UtilLine(function, row.line, Quoted(row.message)));
+    EXPECT_EQ(Desc(*graph, "n").GetType(), row.type);
+    EXPECT_EQ(testkit::CountByType(*graph, IsBatchNorm(row.type) ? "BNInference" : "ConcatD"), 1u);
   }
 }
 

@@ -6,16 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "converter_test_support.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using convtest::AttrOf;
-using convtest::Convert;
-using convtest::Desc;
-using convtest::Ints;
-using convtest::Line;
-using convtest::Quoted;
+using testkit::AttrOf;
+using testkit::Convert;
+using testkit::Desc;
+using testkit::Ints;
+using testkit::Quoted;
+using testkit::UtilLine;
 
 // One attribute change: erased, then set to `text` or `list` when given.
 struct AttrEdit {
@@ -49,7 +50,7 @@ std::shared_ptr<tov::ComputeGraph> Graph(const std::string& type,
     if (edit.text != nullptr) op.Attr(edit.name, edit.text);
     if (!edit.list.empty()) op.Attr(edit.name, edit.list);
   }
-  return convtest::Load(model);
+  return testkit::Load(model);
 }
 
 TEST(SpatialPair, PoolingAndConvolutionKeepHeightAndWidthOfTheFormat) {
@@ -101,7 +102,7 @@ TEST(ConvConverter, ConvolutionKeepsGroupsOrDefaultsThemAndReplacesPadMode) {
     EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
               "dilations=[2,2] groups=" + std::to_string(groups != 0 ? groups : 1) +
                   " pad_mode=0 strides=[1,1]");
-    EXPECT_EQ(convtest::WeightsOf(*graph, "n")[0]->GetTensorDesc().GetShape().GetDim(0), 8);
+    EXPECT_EQ(testkit::WeightsOf(*graph, "n")[0]->GetTensorDesc().GetShape().GetDim(0), 8);
   }
 }
 
@@ -136,7 +137,7 @@ TEST(PoolAndConvConverters, RefuseIncompleteOrUnknownAttributes) {
     testkit::LogCapture log;
     EXPECT_EQ(Convert(*graph, "n"), 1u);
     const char* function = pool ? "OrvaneMaxPoolParserFunc" : "ConvParserFunc";
-    convtest::ExpectSingleLine(log, Line(function, row.line, Quoted(row.message)));
+    testkit::ExpectOnlyLine(log, "AI_FMK", UtilLine(function, row.line, Quoted(row.message)));
     EXPECT_EQ(Desc(*graph, "n").GetType(), pool ? "PoolingD" : "Conv2D");
     EXPECT_EQ(Desc(*graph, "n").HasAttr("window"), pool && row.line == 417);
   }
@@ -153,10 +154,10 @@ TEST(ConvConverter, DepthwiseRefusesAnythingButOneFourDimensionalWeight) {
     auto graph = Graph("DepthwiseConv2D", {}, weights);
     testkit::LogCapture log;
     EXPECT_EQ(Convert(*graph, "n"), 3u);
-    convtest::ExpectSingleLine(log,
-                               Line("ConvParserFunc", expected.first, Quoted(expected.second)));
+    testkit::ExpectOnlyLine(log, "AI_FMK",
+                            UtilLine("ConvParserFunc", expected.first, Quoted(expected.second)));
     EXPECT_EQ(Desc(*graph, "n").GetType(), "DepthwiseConv2D");
-    for (const auto& weight : convtest::WeightsOf(*graph, "n")) {
+    for (const auto& weight : testkit::WeightsOf(*graph, "n")) {
       EXPECT_EQ(weight->GetTensorDesc().GetShape().GetDims()[0], weights[0][0]);
     }
   }

@@ -13,17 +13,11 @@
 namespace {
 
 namespace fs = std::filesystem;
-using e2etest::ReadFile;
-using e2etest::WriteFile;
 using nlohmann::json;
+using testkit::ReadFile;
+using testkit::WriteFile;
 
-class ConvertCliTest : public e2etest::ConvertCliTest {
- protected:
-  std::string WriteModel(const testkit::ModelBuilder& model) {
-    WriteFile(Path("model.pb"), model.Bytes());
-    return Path("model.pb");
-  }
-};
+using ConvertCliTest = testkit::CliTest;
 
 testkit::ModelBuilder SupportedModel() {
   testkit::ModelBuilder model;
@@ -33,40 +27,8 @@ testkit::ModelBuilder SupportedModel() {
   return model;
 }
 
-TEST_F(ConvertCliTest, ReportGoesIntoADirectoryOnRequest) {
-  fs::create_directory(Path("reports"));
-  const std::string model = WriteModel(SupportedModel());
-  const auto r = Run({"--model", model, "--output", Path("out.pb"), "--check_report",
-                      Path("reports"), "--save_check_report"});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_EQ(json::parse(ReadFile(Path("reports/check_result.json")))["summary"]["passed"], 3);
-  EXPECT_NE(r.out.find("wrote check report: " + Path("reports") + "/check_result.json"),
-            std::string::npos)
-      << r.out;
-}
-
-TEST_F(ConvertCliTest, ShapeAndOutputOptionsReachTheParser) {
-  testkit::ModelBuilder builder;
-  builder.Data("in", {});
-  builder.Unary("exp", "Exp", "in");
-  const std::string model = WriteModel(builder);
-  const auto refused = Run({"--model", model, "--output", Path("out.pb")});
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_NE(refused.err.find("shape has no dim"), std::string::npos) << refused.err;
-  EXPECT_FALSE(fs::exists(Path("out.pb")));
-
-  const auto r = Run({"--model", model, "--output", Path("out.pb"), "--input_shape", "in:1,3,16,16",
-                      "--out_nodes", "exp:0", "--output_format", "3"});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  tesu::proto::ModelDef converted;
-  ASSERT_TRUE(converted.ParseFromString(ReadFile(Path("out.pb"))));
-  const auto& shape = converted.graph(0).op(0).input_desc(0).shape();
-  EXPECT_EQ(std::vector<int64_t>(shape.begin(), shape.end()), (std::vector<int64_t>{1, 3, 16, 16}));
-  EXPECT_EQ(converted.graph(0).op(1).attr().at("inferred_format").i(), 3);
-}
-
 TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
-  const std::string model = WriteModel(SupportedModel());
+  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
   WriteFile(Path("junk.pb"), "\xff\xff not a model");
   fs::create_directory(Path("empty"));
   struct Case {
@@ -77,6 +39,7 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
   const std::string out = Path("o.pb");
   const Case cases[] = {
       {{"--model", Path("absent.pb"), "--output", out}, 1, "cannot read"},
+      {{"--model", Path("empty"), "--output", out}, 1, "it is a directory"},
       {{"--model", model, "--output", out, "--plugin-dir", Path("empty")},
        1,
        "no parser for framework 6"},
@@ -87,6 +50,11 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
        2,
        "invalid --input_shape value \"a:b\": "},
       {{"--model", Path("junk.pb"), "--output", out}, 13, "status 13"},
+      {{"--model", testkit::SamplePath("unsupported.pb"), "--output", out, "--check_report",
+        Path("empty")},
+       1,
+       "check report written to " + Path("empty") +
+           "/check_result.json; unsupported operator types: Gelu (2), LayerNorm (1), Softmax (1)"},
   };
   const std::string before = ReadFile(model);
   for (const Case& c : cases) {
@@ -100,10 +68,25 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
 
 TEST_F(ConvertCliTest, PluginDirectoryComesFromTheFlagThenTheEnvironment) {
   fs::create_directory(Path("empty"));
-  const std::string plugins = (fs::path(TESU_CONVERT_PATH).parent_path() / "plugins").string();
+  const std::string plugins =
+      (fs::path(testkit::ConvertToolPath()).parent_path() / "plugins").string();
   EXPECT_EQ(Run({"--list-frameworks"}).out, "6 Orvane\n");
   EXPECT_EQ(Run({"--list-frameworks"}, Path("empty")).out, "");
   EXPECT_EQ(Run({"--list-frameworks", "--plugin-dir", plugins}, Path("empty")).out, "6 Orvane\n");
+}
+
+// The pictures show the graph before and after the conversion; the profile lists every step.
+TEST_F(ConvertCliTest, PicturesAndProfileOfAConversion) {
+  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
+  const auto r = Run({"--model", model, "--output", Path("out.pb"), "--dot", Path("after.dot"),
+                      "--dot-source", Path("before.dot"), "--profile"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(ReadFile(Path("before.dot")).find("abs\\nAbs"), std::string::npos);
+  EXPECT_NE(ReadFile(Path("after.dot")).find("abs\\nActivation"), std::string::npos);
+  for (const char* step : {"profile (ms):", "read model", "load model", "support check",
+                           "node conversion", "write picture", "write source picture", "total"}) {
+    EXPECT_NE(r.out.find(step), std::string::npos) << step << "\n" << r.out;
+  }
 }
 
 }  // namespace

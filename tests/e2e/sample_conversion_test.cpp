@@ -1,21 +1,17 @@
 // The bundled sample models through the command line, compared with the checked-in golden
 // conversions where there is one.
-#include <map>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "cli_run.h"
+#include "model_builder.h"
 
 namespace {
 
-using e2etest::ReadFile;
 using nlohmann::json;
-
-std::string Sample(const std::string& name) {
-  return std::string(TESU_SAMPLES_DIR) + "/" + name;
-}
+using testkit::ReadFile;
 
 // Compares values, so key order and indentation do not matter; names the first difference.
 void ExpectMatchesGolden(const json& actual, const std::string& golden) {
@@ -29,19 +25,19 @@ void ExpectMatchesGolden(const json& actual, const std::string& golden) {
                 << "the goldens with `bash scripts/update-goldens.sh BUILD_DIR` and review them.";
 }
 
-using SampleTest = e2etest::ConvertCliTest;
+using SampleTest = testkit::CliTest;
 
 TEST_F(SampleTest, EverySampleConvertsMatchesItsGoldenAndReloads) {
   // tiny.json led by blanks: a JSON model is told by its first non-blank character.
-  e2etest::WriteFile(Path("tiny.json"), "\n  " + ReadFile(TESU_EXAMPLES_DIR "/tiny.json"));
+  testkit::WriteFile(Path("tiny.json"), "\n  " + ReadFile(TESU_EXAMPLES_DIR "/tiny.json"));
   struct Case {
     std::string model;
     std::string golden;
     std::string nodes;
   };
   const Case cases[] = {
-      {Sample("mobile.pb"), "mobile.json", "nodes: 26 -> 29"},
-      {Sample("mobile.json"), "mobile.json", "nodes: 26 -> 29"},
+      {testkit::SamplePath("mobile.pb"), "mobile.json", "nodes: 26 -> 29"},
+      {testkit::SamplePath("mobile.json"), "mobile.json", "nodes: 26 -> 29"},
       {Path("tiny.json"), "tiny.json", "nodes: 3 -> 3"},
   };
   for (const Case& c : cases) {
@@ -60,47 +56,6 @@ TEST_F(SampleTest, EverySampleConvertsMatchesItsGoldenAndReloads) {
     ASSERT_EQ(reload.exitCode, 0) << reload.err;
     EXPECT_EQ(json::parse(ReadFile(Path("out.json"))), converted);
   }
-}
-
-TEST_F(SampleTest, UnsupportedSampleFailsWithTheReportAndWritesNoOutput) {
-  for (const std::string& model : {Sample("unsupported.pb"), Sample("unsupported.json")}) {
-    const std::string before = ReadFile(model);
-    const auto r = Run({"--model", model, "--output", Path("out.pb"), "--json", Path("out.json")});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.err.find("tesu-convert: failed to convert " + model + ": status 1"),
-              std::string::npos)
-        << r.err;
-    EXPECT_NE(r.err.find("check report written to check_result.json; unsupported operator types: "
-                         "Gelu (2), LayerNorm (1), Softmax (1)"),
-              std::string::npos)
-        << r.err;
-    const json report = json::parse(ReadFile(Path("check_result.json")));
-    EXPECT_EQ(report["summary"], json::parse(R"({"total": 8, "passed": 4, "failed": 4})"));
-    EXPECT_EQ(report["unsupported_types"], json::parse(R"([{"type": "Gelu", "count": 2},
-        {"type": "LayerNorm", "count": 1}, {"type": "Softmax", "count": 1}])"));
-    EXPECT_EQ(report["ops"][3], json::parse(R"({"name": "gelu1", "type": "Gelu", "result": "failed",
-        "causes": [{"code": 1, "message": "operator type \"Gelu\" is not supported"}]})"));
-    EXPECT_EQ(Files(), std::vector<std::string>{"check_result.json"});
-    EXPECT_EQ(ReadFile(model), before);
-  }
-}
-
-// The full-size classifier: a few seconds in a debug build.
-TEST_F(SampleTest, ClassifierLosesEverySourceOnlyTypeAndFusesItsPooling) {
-  const auto r = Run(
-      {"--model", Sample("resnet50.pb"), "--output", Path("out.pb"), "--json", Path("out.json")});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  std::map<std::string, int> types;
-  json mean;
-  const json converted = json::parse(ReadFile(Path("out.json")));
-  for (const json& op : converted["graph"][0]["op"]) {
-    ++types[op["type"].get<std::string>()];
-    if (op["type"] == "ReduceMean") mean = op;
-  }
-  for (const char* gone : {"BatchNorm", "Conv2D", "Reshape"}) EXPECT_EQ(types.count(gone), 0u);
-  EXPECT_EQ(types["ReduceMean"], 1);
-  EXPECT_FALSE(mean["attr"].value("/keep_dims/b"_json_pointer, false)) << mean.dump();
-  EXPECT_TRUE(std::filesystem::exists(Path("out.pb")));
 }
 
 }  // namespace

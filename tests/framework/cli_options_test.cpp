@@ -1,6 +1,5 @@
 // Reading tesu-convert's command line into parse options.
 #include <functional>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -122,10 +121,6 @@ TEST(CliCommandLineTest, RefusedLinesExitWithTwoAndSayWhy) {
   };
   const std::vector<Case> cases = {
       {{"--model", "m", "--input_shape", "a:b"}, "invalid --input_shape value \"a:b\": "},
-      {{"--model", "m", "--input_type", "a:HALF"}, "invalid --input_type value \"a:HALF\": "},
-      {{"--model", "m", "--input_format", "a"}, "invalid --input_format value \"a\": "},
-      {{"--model", "m", "--out_nodes", "c:"}, "invalid --out_nodes value \"c:\": "},
-      {{"--model", "m", "--output_format", "9"}, "invalid --output_format value \"9\": "},
       {{"--model", "m", "--log-level", "loud"}, "invalid --log-level value \"loud\": "},
       {{"--model", "m", "--framework", "x"}, "--framework"},
       {{"--model", "m", "--framework", "64"}, "--framework"},
@@ -140,20 +135,6 @@ TEST(CliCommandLineTest, RefusedLinesExitWithTwoAndSayWhy) {
     EXPECT_FALSE(r.run) << c.message;
     EXPECT_EQ(r.exitCode, tesu::cli::kUsageError) << c.message;
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
-  }
-}
-
-TEST(CliCommandLineTest, HelpGivesAnExampleForEveryFlag) {
-  const Invocation r = Invoke({"--help"});
-  EXPECT_FALSE(r.run);
-  EXPECT_EQ(r.exitCode, 0);
-  for (const char* flag :
-       {"--model", "--output", "--json", "--to-json", "--framework", "--plugin-dir",
-        "--check_report", "--save_check_report", "--list-frameworks", "--input_shape", "--dot",
-        "--dot-source", "--profile", "--input_type", "--input_format", "--out_nodes",
-        "--output_format", "--log-level"}) {
-    EXPECT_TRUE(std::regex_search(r.out, std::regex(std::string("Example: ") + flag + "[ \n]")))
-        << flag;
   }
 }
 

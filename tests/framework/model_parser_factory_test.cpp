@@ -61,11 +61,17 @@ TEST_F(FactoryTest, FrameworkNameIsKeptOnlyWithAnAcceptedCreator) {
   EXPECT_EQ(factory_.FrameworkName(tesu::FRAMEWORK_ORVANE), "");
 }
 
+// A creator is foreign code: whatever it throws stays in the factory.
 TEST_F(FactoryTest, ThrowingCreatorYieldsNoParser) {
+  const auto other = static_cast<FrameworkType>(3);
   factory_.RegisterCreator(tesu::FRAMEWORK_ORVANE, []() -> std::shared_ptr<tesu::ModelParser> {
     throw std::runtime_error("out of memory");
   });
+  factory_.RegisterCreator(other, []() -> std::shared_ptr<tesu::ModelParser> { throw 42; });
+  EXPECT_TRUE(factory_.IsRegistered(other));
+  EXPECT_FALSE(factory_.IsRegistered(static_cast<FrameworkType>(4)));
   EXPECT_EQ(factory_.CreateModelParser(tesu::FRAMEWORK_ORVANE), nullptr);
+  EXPECT_EQ(factory_.CreateModelParser(other), nullptr);
 }
 
 }  // namespace

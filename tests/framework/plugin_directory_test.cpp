@@ -1,13 +1,14 @@
-// Where a program finds its plug-ins: beside it in a build tree, under its prefix once
-// installed, and always relative to the real program rather than a link to it.
+// Where a program finds its plug-ins (beside it in a build tree, under its prefix once installed,
+// always relative to the real program rather than a link to it), and loading them.
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "framework/plugin_loader.h"
-#include "framework/test_files.h"
 
 namespace {
 
@@ -31,12 +32,12 @@ TEST(PluginDirectoryTest, FirstExistingCandidateBesideTheRealProgram) {
       {"none: the first", {}, nullptr, "usr/bin/plugins"},
   };
   const std::vector<std::string> candidates = {"plugins", "../lib/tesu/plugins"};
-  frameworktest::TempDir temp;
+  testkit::TempDir temp;
   for (size_t i = 0; i < cases.size(); ++i) {
     const Case& c = cases[i];
     const fs::path root = temp.Path(std::to_string(i));
     fs::create_directories(root / "usr/bin");
-    frameworktest::WriteFile((root / "usr/bin/tool").string(), "");
+    testkit::WriteFile((root / "usr/bin/tool").string(), "");
     for (const char* dir : c.dirs) fs::create_directories(root / dir);
     fs::path program = root / "usr/bin/tool";
     if (c.link != nullptr) {
@@ -48,6 +49,31 @@ TEST(PluginDirectoryTest, FirstExistingCandidateBesideTheRealProgram) {
               fs::canonical(root).append(c.expected).string())
         << c.name;
   }
+}
+
+TEST(PluginDirectoryTest, FlagThenEnvironmentThenNoCandidate) {
+  EXPECT_EQ(tesu::ResolvePluginDirectory("given"), "given");
+  ::setenv("TESU_PLUGIN_DIR", "from_env", 1);
+  EXPECT_EQ(tesu::ResolvePluginDirectory(""), "from_env");
+  ::unsetenv("TESU_PLUGIN_DIR");
+  EXPECT_EQ(tesu::PluginDirectoryBeside("/proc/self/exe", {}), "");
+  EXPECT_EQ(tesu::PluginDirectoryBeside("/no/such/tool", {"plugins"}), "/no/such/plugins");
+}
+
+// Only lib*.so files are opened; one that is not a library is reported and the rest still load.
+TEST(PluginLoadTest, BrokenLibrariesAreReportedAndAnUnlistableDirectoryRefused) {
+  testkit::TempDir dir;
+  for (const char* name : {"libbroken.so", "lib.so", "notlib.so", "libtext.txt"}) {
+    dir.Write(name, "not a library");
+  }
+  tesu::PluginLoadResult result;
+  std::string error;
+  ASSERT_TRUE(tesu::LoadPlugins(dir.Path(), result, error));
+  EXPECT_TRUE(result.loaded.empty());
+  ASSERT_EQ(result.errors.size(), 1u);
+  EXPECT_NE(result.errors[0].find("libbroken.so"), std::string::npos) << result.errors[0];
+  EXPECT_FALSE(tesu::LoadPlugins(dir.Path("missing"), result, error));
+  EXPECT_NE(error.find("cannot list plug-in directory"), std::string::npos) << error;
 }
 
 }  // namespace

@@ -1,22 +1,25 @@
 // The JSON converter and the atomic JSON writer. Reading model files is covered through the
 // parser's JSON dump.
+#include <unistd.h>
+
+#include <functional>
 #include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "files.h"
 #include "framework/proto_io.h"
 #include "graph/proto/model.pb.h"
-#include "test_files.h"
 
 namespace {
 
-using frameworktest::HasKeyAnywhere;
-using frameworktest::ReadFile;
-using frameworktest::TempDir;
-using frameworktest::WriteFile;
 using nlohmann::json;
+using testkit::HasKeyAnywhere;
+using testkit::ReadFile;
+using testkit::TempDir;
+using testkit::WriteFile;
 
 // A model with tensor bytes at the bottom of graph -> op -> attr map -> tensor.
 tesu::proto::ModelDef ModelWithTensor() {
@@ -62,6 +65,25 @@ TEST(SaveJsonToFileTest, ReplacesTheFileWithIndentedJsonOrFailsLeavingNoFile) {
   EXPECT_NE(tesu::ModelSaver::SaveJsonToFile(nullptr, value), tesu::SUCCESS);
   EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"out.json", "plain", "sub"}));
   EXPECT_EQ(dir.Entries("sub"), std::vector<std::string>{"inside"});
+}
+
+// A writer that fails, or breaks the file it was handed, leaves no file behind; unreadable
+// input is refused.
+TEST(SaveJsonToFileTest, FailedWritesLeaveNoFileAndUnreadableInputIsRefused) {
+  TempDir dir;
+  const std::function<bool(int)> writers[] = {[](int) { return false; },
+                                              [](int fd) { return close(fd) == 0; }};
+  for (const auto& writer : writers) {
+    EXPECT_EQ(tesu::WriteFileAtomically(dir.Path("out"), writer), tesu::FILE_WRITE_FAILED);
+  }
+  EXPECT_TRUE(dir.Entries().empty());
+  std::string bytes;
+  std::string error;
+  EXPECT_FALSE(tesu::ReadFileBytes(dir.Path(), bytes, error));
+  EXPECT_FALSE(error.empty());
+  tesu::proto::ModelDef model;
+  EXPECT_FALSE(tesu::ReadProtoFromBinaryFile(nullptr, &model));
+  EXPECT_FALSE(tesu::ReadProtoFromBinaryFile(dir.Path().c_str(), nullptr));
 }
 
 }  // namespace

@@ -2,8 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "graph/attr_utils.h"
+#include "graph/node.h"
 #include "graph/op_desc.h"
 #include "graph/shape.h"
+#include "graph/tensor.h"
+#include "log_capture.h"
+#include "model_builder.h"
 
 namespace {
 
@@ -31,6 +35,37 @@ TEST(AttrTest, ReadsOfMissingOrOtherKindsFailAndLeaveTheOutputAlone) {
   EXPECT_FALSE(AttrUtils::SetBool(std::shared_ptr<tov::OpDesc>(), "x", true));
 }
 
+// Each kind written through the typed setters reads back, through a const holder too, and only
+// as its own kind; 32-bit reads refuse values that do not fit.
+TEST(AttrTest, EveryKindRoundTripsThroughTheTypedAccessors) {
+  auto desc = std::make_shared<tov::OpDesc>("n", "T");
+  const auto tensor = std::make_shared<tov::Tensor>();
+  ASSERT_TRUE(AttrUtils::SetBool(desc, "b", true) && AttrUtils::SetFloat(desc, "f", 0.5f) &&
+              AttrUtils::SetInt(desc, "i", -7) && AttrUtils::SetInt(desc, "big", 1ll << 40) &&
+              AttrUtils::SetStr(desc, "s", "x") && AttrUtils::SetTensor(desc, "t", tensor) &&
+              AttrUtils::SetListBool(desc, "lb", {true}) &&
+              AttrUtils::SetListStr(desc, "ls", {"a", "b"}));
+  const std::shared_ptr<const tov::OpDesc> held = desc;
+  bool b = false;
+  float f = 0;
+  int32_t narrow = 0;
+  std::string text;
+  tov::TensorPtr read;
+  std::vector<bool> bools;
+  std::vector<std::string> strings;
+  EXPECT_TRUE(AttrUtils::GetBool(held, "b", b) && b);
+  EXPECT_TRUE(AttrUtils::GetFloat(held, "f", f) && f == 0.5f);
+  EXPECT_TRUE(AttrUtils::GetInt(held, "i", narrow) && narrow == -7);
+  EXPECT_FALSE(AttrUtils::GetInt(held, "big", narrow));
+  EXPECT_TRUE(AttrUtils::GetStr(held, "s", text) && text == "x");
+  EXPECT_TRUE(AttrUtils::GetTensor(held, "t", read) && read == tensor);
+  EXPECT_TRUE(AttrUtils::GetListBool(held, "lb", bools) && bools == std::vector<bool>{true});
+  EXPECT_TRUE(AttrUtils::GetListStr(held, "ls", strings) && strings.size() == 2u);
+  EXPECT_FALSE(AttrUtils::GetListBool(held, "ls", bools) || AttrUtils::GetStr(held, "b", text));
+  EXPECT_TRUE(AttrUtils::HasAttr(held, "t") && !AttrUtils::HasAttr(held, "absent"));
+  EXPECT_FALSE(AttrUtils::HasAttr(std::shared_ptr<const tov::OpDesc>(), "t"));
+}
+
 TEST(AttrTest, EmptyListReadsAsAnyKindAndIntListsNarrow) {
   tov::OpDesc desc("n", "T");
   AttrUtils::SetListInt(desc, "empty", {});
@@ -40,6 +75,9 @@ TEST(AttrTest, EmptyListReadsAsAnyKindAndIntListsNarrow) {
   std::vector<int32_t> narrow;
   EXPECT_TRUE(AttrUtils::GetListFloat(desc, "empty", floats) && floats.empty());
   EXPECT_TRUE(AttrUtils::GetListStr(desc, "empty", strings) && strings.empty());
+  AttrUtils::SetListFloat(desc, "no_floats", {});
+  EXPECT_TRUE(AttrUtils::GetListInt(desc, "no_floats", narrow) && narrow.empty());
+  ASSERT_NE(desc.MutableAttr("pad"), nullptr);
   ASSERT_TRUE(AttrUtils::GetListInt(desc, "pad", narrow));
   EXPECT_EQ(narrow, (std::vector<int32_t>{1, -2, 3}));
 }
@@ -54,6 +92,28 @@ TEST(AttrTest, SetReplacesAndAttributesStaySorted) {
   float value = 0;
   EXPECT_TRUE(AttrUtils::GetFloat(desc, "b", value));
   EXPECT_EQ(value, 2.5f);
+}
+
+// Queries beyond a node's inputs or outputs answer empty, and updates there are refused.
+TEST(AttrTest, QueriesBeyondTheDescriptionsAnswerEmpty) {
+  auto graph = testkit::ReluChain(2);
+  tov::Node& node = testkit::NodeOf(*graph, "n1");
+  tov::OpDesc& desc = *node.GetOpDesc();
+  EXPECT_EQ(desc.GetInputDesc(9), tov::TensorDesc());
+  EXPECT_EQ(desc.GetOutputDesc(9), tov::TensorDesc());
+  EXPECT_EQ(desc.MutableInputDesc(9), nullptr);
+  testkit::LogCapture log;
+  EXPECT_EQ(desc.UpdateInputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
+  EXPECT_EQ(desc.UpdateOutputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
+  EXPECT_EQ(log.Lines().size(), 2u);
+  EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(0)->GetName(), "n0");
+  EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(9), nullptr);
+  EXPECT_EQ(node.GetAllOutDataAnchors().size(), 1u);
+  // Tensor values compare by description and bytes, not by identity.
+  const auto tensor = std::make_shared<tov::Tensor>();
+  const auto same = std::make_shared<tov::Tensor>();
+  EXPECT_EQ(tov::AttrValue::CreateFrom(tensor), tov::AttrValue::CreateFrom(same));
+  EXPECT_FALSE(tov::AttrValue::CreateFrom(tensor) == tov::AttrValue::CreateFrom(tov::TensorPtr()));
 }
 
 TEST(ShapeTest, ElementCountsOfScalarsUnknownAndOverflowingShapes) {

@@ -79,6 +79,7 @@ TEST(GraphEditTest, ByPassNodeFeedsConsumersFromTheProducerAndJoinsControlEdges)
   EXPECT_EQ(ConsumersOf(*graph->FindNode("x")), (Names{"a", "b"}));
   const auto successors = graph->FindNode("pre")->ROLE(NodeWalker).OutControlNodes();
   ASSERT_EQ(successors.size(), 1u);
+  EXPECT_EQ(successors[0]->ROLE(NodeSpec).InControlEdgeSize(), 1u);
   EXPECT_EQ(successors[0]->GetName(), "ctl");
   // A node without exactly one connected input cannot be bypassed.
   EXPECT_NE(bypasser.ByPassNode(*graph->FindNode("x")), tov::GRAPH_SUCCESS);
@@ -110,11 +111,98 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   EXPECT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(2), tov::GRAPH_PARAM_INVALID);
 }
 
-TEST(GraphEditTest, NodeHandlesOutliveTheirGraphSafely) {
-  tov::NodePtr kept = Fan()->FindNode("mid");
-  EXPECT_EQ(kept->GetOwnerComputeGraph(), nullptr);
-  EXPECT_EQ(kept->ROLE(NodeSpec).InDataEdgeSize(), 0u);
-  EXPECT_EQ(kept->ROLE(NodeWalker).OutDataNode(0, 0), nullptr);
+// Edits that name a node of another graph, a node already removed, or an edge that exists or
+// not: each is refused (or is a no-op) and leaves both graphs as they were.
+TEST(GraphEditTest, EditsAcrossGraphsOrOfRemovedNodesAreRefused) {
+  auto graph = Fan();
+  auto other = testkit::ReluChain(2);
+  tov::Node& x = testkit::NodeOf(*graph, "x");
+  tov::Node& a = testkit::NodeOf(*graph, "a");
+  tov::Node& stranger = testkit::NodeOf(*other, "n1");
+  const tov::NodePtr removed = graph->FindNode("b");
+  ASSERT_EQ(graph->RemoveNode(*removed), tov::GRAPH_SUCCESS);
+  auto& bypasser = graph->ROLE(GraphBypasser);
+  const struct {
+    const char* what;
+    tov::graphStatus status;
+    tov::graphStatus expected;
+  } cases[] = {
+      {"data edge into another graph",
+       tov::GraphUtils::AddEdge(x.GetOutDataAnchor(0), other->FindNode("n0")->GetInDataAnchor(0)),
+       tov::GRAPH_PARAM_INVALID},
+      {"data edge from a removed node",
+       tov::GraphUtils::AddEdge(removed->GetOutDataAnchor(0), x.GetInDataAnchor(0)),
+       tov::GRAPH_PARAM_INVALID},
+      {"control edge into another graph", tov::GraphUtils::AddControlEdge(x, stranger),
+       tov::GRAPH_PARAM_INVALID},
+      {"control edge that exists", tov::GraphUtils::AddControlEdge(x, *graph->FindNode("ctl")),
+       tov::GRAPH_SUCCESS},
+      {"missing control edge", tov::GraphUtils::RemoveControlEdge(a, x), tov::GRAPH_NOT_FOUND},
+      {"remove a stranger", graph->RemoveNode(stranger), tov::GRAPH_NOT_FOUND},
+      {"bypass a stranger", bypasser.ByPassNode(stranger), tov::GRAPH_NOT_FOUND},
+      {"remove a removed node", graph->RemoveNode(*removed), tov::GRAPH_NOT_FOUND},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.status, c.expected) << c.what;
+  EXPECT_EQ(graph->InsertNodeBefore(nullptr, x), nullptr);
+  EXPECT_EQ(tov::ComputeGraph("empty").FindNode("x"), nullptr);
+  EXPECT_EQ(graph->InsertNodeBefore(std::make_shared<tov::OpDesc>("y", "Relu"), *removed), nullptr);
+  EXPECT_EQ(graph->InsertNodeBefore(std::make_shared<tov::OpDesc>("y", "Relu"), stranger), nullptr);
+  EXPECT_EQ(NodeNames(*graph), (Names{"x", "w", "mid", "a", "c", "ctl"}));
+  EXPECT_EQ(x.ROLE(NodeSpec).OutControlEdgeSize(), 1u);
+  EXPECT_EQ(ConsumersOf(stranger), Names{});
+  EXPECT_EQ(ProducersOf(stranger), Names{"n0"});
+}
+
+// A walk inside a walk: a node removed by either stays in the list, unvisited, until the outer
+// walk ends; a node added during a walk is visited only by walks that start after it.
+TEST(GraphEditTest, NestedWalksMayRemoveNodes) {
+  auto graph = testkit::ReluChain(5);
+  auto& walker = graph->ROLE(GraphListWalker);
+  Names outer;
+  Names inner;
+  ASSERT_EQ(walker.WalkAllNodes([&](tov::Node& node) -> uint32_t {
+    outer.push_back(node.GetName());
+    if (node.GetName() != "n1") return 0;
+    graph->AddNode(std::make_shared<tov::OpDesc>("late", "Relu"));
+    return walker.WalkAllNodes([&](tov::Node& later) -> uint32_t {
+      inner.push_back(later.GetName());
+      return later.GetName() == "n2" ? graph->RemoveNode(*graph->FindNode("n3")) : 0;
+    });
+  }),
+            tov::GRAPH_SUCCESS);
+  EXPECT_EQ(outer, (Names{"n0", "n1", "n2", "n4"}));
+  EXPECT_EQ(inner, (Names{"n0", "n1", "n2", "n4", "late"}));
+  EXPECT_EQ(NodeNames(*graph), (Names{"n0", "n1", "n2", "n4", "late"}));
+}
+
+TEST(GraphEditTest, WalkReturnsTheFirstNonZeroStatusAndStops) {
+  auto graph = testkit::ReluChain(4);
+  Names seen;
+  auto status = graph->ROLE(GraphListWalker).WalkAllNodes([&](tov::Node& node) -> uint32_t {
+    seen.push_back(node.GetName());
+    return node.GetName() == "n1" ? 5 : node.GetName() == "n2" ? 7 : 0;
+  });
+  EXPECT_EQ(status, 5u);
+  EXPECT_EQ(seen, (Names{"n0", "n1"}));
+}
+
+// The action may remove its own node or a later one; filtered-out nodes get no action.
+TEST(GraphEditTest, WalkActionMayRemoveItsOwnNodeOrALaterOne) {
+  auto graph = testkit::ReluChain(6);
+  Names seen;
+  const auto status =
+      graph->ROLE(GraphListWalker)
+          .WalkAllNodesModifiable([](tov::Node& node) { return node.GetName() != "n5"; },
+                                  [&](tov::Node& node) -> uint32_t {
+                                    seen.push_back(node.GetName());
+                                    if (node.GetName() == "n1") return graph->RemoveNode(node);
+                                    if (node.GetName() != "n2") return 0;
+                                    return graph->RemoveNode(*graph->FindNode("n3"));
+                                  });
+  EXPECT_EQ(status, 0u);
+  EXPECT_EQ(seen, (Names{"n0", "n1", "n2", "n4"}));
+  EXPECT_EQ(testkit::NodeNames(*graph), (Names{"n0", "n2", "n4", "n5"}));
+  EXPECT_EQ(graph->GetNodesSize(), 4u);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "graph/graph.h"
 #include "graph/model.h"
 #include "graph/op_desc_utils.h"
+#include "log_capture.h"
 #include "model_builder.h"
 
 namespace {
@@ -43,8 +44,10 @@ TEST(GraphStorageTest, NamesStayFindableWhileMostNodesLeaveAndNamesakesComeAndGo
   EXPECT_TRUE(graph->HasNamesakes());
   EXPECT_EQ(graph->FindNode("n1"), first);  // the one added first
   std::string saved;
+  testkit::LogCapture log;
   EXPECT_EQ(tov::Model("m", tov::GraphUtils::CreateGraphFromComputeGraph(graph)).Save(saved),
             tov::GRAPH_FAILED);
+  EXPECT_TRUE(log.Contains("two nodes are named \"n1\"")) << ::testing::PrintToString(log.Texts());
   ASSERT_EQ(graph->RemoveNode(*first), tov::GRAPH_SUCCESS);
   EXPECT_FALSE(graph->HasNamesakes());
   EXPECT_EQ(graph->FindNode("n1"), twin);

@@ -42,33 +42,17 @@ TEST(WeightsTest, SetWeightsAppendsNewConstantsJustBeforeTheirConsumer) {
   EXPECT_EQ(op->GetOpDesc()->GetInputDesc(3).GetDataType(), tov::DT_INT32);
   EXPECT_EQ(Int32Data(*OpDescUtils::MutableWeights(*op)[2]), (std::vector<int32_t>{7, 8}));
   EXPECT_EQ(NodeNames(*graph), (Names{"x", "w0", "w1", "op_weight_3", "op", "next"}));
-}
 
-TEST(WeightsTest, SetWeightsOnANodeWithoutConstInputs) {
-  testkit::ModelBuilder model;
-  model.Data("x");
-  model.Unary("op", "ReduceMeanD", "x");
-  auto graph = model.LoadGraph();
-  auto op = graph->FindNode("op");
-  ASSERT_EQ(OpDescUtils::SetWeights(*op, {Int32Tensor({1, 2})}), tov::GRAPH_SUCCESS);
-  EXPECT_EQ(ProducersOf(*op), (Names{"x", "op_weight_1"}));
-  EXPECT_EQ(OpDescUtils::GetNonConstInputsSize(*op), 1u);
-  EXPECT_EQ(op->GetOpDesc()->GetIsInputConst(), std::vector<bool>{});
-}
-
-// A replacement takes over the source node's Consts, which therefore outlive the source.
-TEST(WeightsTest, SetWeightsReusesTheConstNodeAlreadyHoldingATensor) {
-  auto graph = WithWeights();
-  auto op = graph->FindNode("op");
-  auto desc = std::make_shared<tov::OpDesc>("op", "Replacement");
-  desc->AddInputDesc({});
-  desc->AddOutputDesc({});
-  auto replacement = graph->AddNode(desc);
-  ASSERT_EQ(OpDescUtils::SetWeights(*replacement, OpDescUtils::MutableWeights(*op)),
-            tov::GRAPH_SUCCESS);
-  EXPECT_EQ(ProducersOf(*replacement), (Names{"", "w0", "w1"}));
-  graph->RemoveNode(*op);
-  EXPECT_EQ(NodeNames(*graph), (Names{"x", "w0", "w1", "op", "next"}));
+  // A taken name gets a numbered suffix; a node outside any graph takes no weights.
+  weights.push_back(Int32Tensor({9}));
+  ASSERT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(ProducersOf(*op).back(), "op_weight_4");
+  graph->AddNode(std::make_shared<tov::OpDesc>("op_weight_5", "NoOp"));
+  weights.push_back(Int32Tensor({10}));
+  ASSERT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(ProducersOf(*op).back(), "op_weight_5_1");
+  ASSERT_EQ(graph->RemoveNode(*op), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_PARAM_INVALID);
 }
 
 TEST(WeightsTest, SetWeightsWithFewerTensorsRemovesSurplusConstInputs) {

@@ -5,13 +5,14 @@
 
 #include <gtest/gtest.h>
 
-#include "parse_helper.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using parsertest::Desc;
-using parsertest::LogText;
-using parsertest::Parse;
+using testkit::Desc;
+using testkit::Parse;
+using testkit::ParserLine;
 
 // input (Data, its input description in `format` with reuse_input set) -> relu
 testkit::ModelBuilder InputModel(std::vector<int64_t> shape, int32_t dtype, int32_t format = 1) {
@@ -36,15 +37,16 @@ TEST(ParserDataNode, AcceptsExactlyTheHostDataTypes) {
     EXPECT_EQ(outcome.status, 1u) << dtype;
     ASSERT_EQ(logs.Lines().size(), 2u) << dtype;
     EXPECT_EQ(logs.Lines()[0].module, "AI_FMK");
-    EXPECT_EQ(logs.Lines()[0].text,
-              LogText("CheckIsDataTypeSupport", 259,
-                      "\"input tensor type of input should be DOUBLE or FLOAT or FLOAT16 or INT64 "
-                      "or INT32 or INT16 or INT8 or \" \"UINT32 or BOOL or UINT8\""));
+    EXPECT_EQ(
+        logs.Lines()[0].text,
+        ParserLine("CheckIsDataTypeSupport", 259,
+                   "\"input tensor type of input should be DOUBLE or FLOAT or FLOAT16 or INT64 "
+                   "or INT32 or INT16 or INT8 or \" \"UINT32 or BOOL or UINT8\""));
     EXPECT_EQ(logs.Lines()[1].module, "AI_INFRA");
     EXPECT_EQ(logs.Lines()[1].text,
-              LogText("SetDataNodeInputTypeAndShape", 302,
-                      "\"CheckIsDataTypeSupport(nodeName, tensorDesc.GetDataType())\" "
-                      "\"false, return FAIL.\""));
+              ParserLine("SetDataNodeInputTypeAndShape", 302,
+                         "\"CheckIsDataTypeSupport(nodeName, tensorDesc.GetDataType())\" "
+                         "\"false, return FAIL.\""));
   }
 }
 
@@ -100,11 +102,11 @@ TEST(ParserDataNode, DesignatedShapeWinsAndAShapeWithoutDimensionsNeedsOne) {
     const auto outcome = Parse(InputModel(c.modelShape, tov::DT_FLOAT), options);
     if (!c.ok) {
       EXPECT_EQ(outcome.status, 1u);
-      parsertest::ExpectOnlyLine(
+      testkit::ExpectOnlyLine(
           logs, "AI_FMK",
-          LogText("SetDataNodeInputShape", 293,
-                  "\"parse data node input shape has no dim, not supported. you should "
-                  "designate \" \"dim by '--input_shape=xxx:x,x,x,x'\""));
+          ParserLine("SetDataNodeInputShape", 293,
+                     "\"parse data node input shape has no dim, not supported. you should "
+                     "designate \" \"dim by '--input_shape=xxx:x,x,x,x'\""));
       continue;
     }
     ASSERT_EQ(outcome.status, 0u);
@@ -120,8 +122,8 @@ TEST(ParserDataNode, MissingInputDescFailsBeforeAnyCheck) {
   model.Unary("relu", "Relu", "input");
   testkit::LogCapture logs;
   EXPECT_EQ(Parse(model).status, 1u);
-  parsertest::ExpectOnlyLine(
-      logs, "AI_INFRA", LogText("ConvertDataNode", 327, "\"inputDesc\" \"null, return FAIL.\""));
+  testkit::ExpectOnlyLine(
+      logs, "AI_INFRA", ParserLine("ConvertDataNode", 327, "\"inputDesc\" \"null, return FAIL.\""));
 }
 
 }  // namespace

@@ -1,33 +1,17 @@
-// The parse driver and the parser creator.
+// The parse driver: what it accepts, and what reaches the caller.
 #include <cstdio>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "graph/proto/model.pb.h"
-#include "parse_helper.h"
-
-namespace {
-bool g_failNothrowNew = false;
-}
-
-// Lets a test exhaust the heap for non-throwing allocations only, which is what the creator uses.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (g_failNothrowNew) return nullptr;
-  try {
-    return ::operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using parsertest::LogText;
-using parsertest::ParseBytes;
+using testkit::ParserLine;
 
 std::string SmallModelBytes() {
   testkit::ModelBuilder model;
@@ -57,11 +41,11 @@ TEST(ParserDriver, RejectsAnythingButOneBufferWithData) {
     testkit::LogCapture logs;
     tov::Graph graph;
     EXPECT_EQ(ParseBuffers(buffers, graph), 1u);
-    parsertest::ExpectOnlyLine(
+    testkit::ExpectOnlyLine(
         logs, "AI_INFRA",
-        LogText("ParseFromMemory", 444,
-                "\"modelBuffer.size() == 1 && modelBuffer[0].data() != nullptr\" "
-                "\"false, return FAIL.\""));
+        ParserLine("ParseFromMemory", 444,
+                   "\"modelBuffer.size() == 1 && modelBuffer[0].data() != nullptr\" "
+                   "\"false, return FAIL.\""));
     EXPECT_FALSE(graph.IsValid());
   }
   // Zero bytes with a data pointer reach the model load.
@@ -69,21 +53,6 @@ TEST(ParserDriver, RejectsAnythingButOneBufferWithData) {
   tov::Graph graph;
   (void)ParseBuffers({BufferOf(bytes, 0)}, graph);
   EXPECT_FALSE(logs.Contains("(444)"));
-}
-
-TEST(ParserDriver, LoadStatusPassesThroughAndAModelWithoutGraphFails) {
-  testkit::LogCapture logs;
-  const auto garbage = ParseBytes(std::string("\xff\xff\xff\x0f garbage", 12));
-  EXPECT_EQ(garbage.status, tov::GRAPH_MODEL_INVALID);
-  EXPECT_FALSE(logs.Contains("orvane_parser"));
-
-  logs.Clear();
-  tesu::proto::ModelDef model;
-  model.set_name("no_graph");
-  EXPECT_EQ(ParseBytes(model.SerializeAsString()).status, 1u);
-  parsertest::ExpectOnlyLine(
-      logs, "AI_INFRA",
-      LogText("ParseFromMemory", 450, "\"ovComputeGraph\" \"null, return FAIL.\""));
 }
 
 // The caller's graph is replaced only by a successful parse, which releases the previous one.
@@ -105,16 +74,7 @@ TEST(ParserDriver, OnlySuccessReplacesTheCallersGraph) {
   auto result = tov::GraphUtils::GetComputeGraph(graph);
   ASSERT_NE(result, nullptr);
   EXPECT_EQ(result.use_count(), 2);  // the caller's handle and this copy: the model is gone
-  EXPECT_EQ(parsertest::Desc(*result, "relu").GetType(), "Activation");
-}
-
-TEST(ParserDriver, CreatorOnAnExhaustedHeapYieldsNoParserAndNoLog) {
-  testkit::LogCapture logs;
-  g_failNothrowNew = true;
-  std::shared_ptr<tesu::ModelParser> parser = tesu::Creator_ORVANE_Model_Parser();
-  g_failNothrowNew = false;
-  EXPECT_EQ(parser.get(), nullptr);
-  EXPECT_TRUE(logs.Lines().empty());
+  EXPECT_EQ(testkit::Desc(*result, "relu").GetType(), "Activation");
 }
 
 }  // namespace

@@ -4,14 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include "parse_helper.h"
+#include "graph/attr_utils.h"
+
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using parsertest::LogText;
-using parsertest::Parse;
 using testkit::ConsumersOf;
-using testkit::NodeNamed;
+using testkit::Parse;
+using testkit::ParserLine;
 using Ints = std::vector<int64_t>;
 
 // in -> mean(ReduceMeanD, keep_dims) -> reshape(Reshape, shape from a Const) -> out(Relu)
@@ -44,11 +46,11 @@ testkit::ModelBuilder MeanThenReshape(const Ints& inputShape, const Ints& axes,
 // Fused: the Reshape and its shape Const are gone, out reads the mean without kept dimensions.
 void ExpectFused(const tov::ComputeGraph& graph, bool fused) {
   bool keepDims = !fused;
-  EXPECT_TRUE(tov::AttrUtils::GetBool(parsertest::Desc(graph, "mean"), "keep_dims", keepDims));
+  EXPECT_TRUE(tov::AttrUtils::GetBool(testkit::Desc(graph, "mean"), "keep_dims", keepDims));
   EXPECT_EQ(keepDims, !fused);
-  EXPECT_EQ(NodeNamed(graph, "reshape") == nullptr, fused);
-  EXPECT_EQ(NodeNamed(graph, "target") == nullptr, fused);
-  EXPECT_EQ(ConsumersOf(*NodeNamed(graph, "mean")),
+  EXPECT_EQ(graph.FindNode("reshape") == nullptr, fused);
+  EXPECT_EQ(graph.FindNode("target") == nullptr, fused);
+  EXPECT_EQ(ConsumersOf(*graph.FindNode("mean")),
             std::vector<std::string>{fused ? "out" : "reshape"});
 }
 
@@ -82,6 +84,9 @@ TEST(ParserFusion, FusesOnlyWhenReshapeDropsExactlyTheReducedAxes) {
 tesu::proto::OpDef& MeanDef(testkit::ModelBuilder& model) {
   return *model.Def().mutable_graph(0)->mutable_op(1);
 }
+tesu::proto::OpDef& ReshapeDef(testkit::ModelBuilder& model) {
+  return *model.Def().mutable_graph(0)->mutable_op(3);
+}
 
 // Each case breaks one guard of an otherwise fusable pair: no match, and at most one log line.
 TEST(ParserFusion, GuardsThatPreventTheMatch) {
@@ -96,22 +101,23 @@ TEST(ParserFusion, GuardsThatPreventTheMatch) {
        {}},
       {"keep_dims missing",
        [](auto& m) { MeanDef(m).mutable_attr()->erase("keep_dims"); },
-       {LogText("CheckIsReduceMeanReshapePattern", 121,
-                "\"tov::AttrUtils::GetBool(reduceMeanNodeSpec.OpDesc(), "
-                "tesu::op::ReduceMean::keep_dims, keepDims)\" \"false, return FAIL.\"")}},
+       {ParserLine("CheckIsReduceMeanReshapePattern", 121,
+                   "\"tov::AttrUtils::GetBool(reduceMeanNodeSpec.OpDesc(), "
+                   "tesu::op::ReduceMean::keep_dims, keepDims)\" \"false, return FAIL.\"")}},
       {"axes empty",
        [](auto& m) { MeanDef(m).mutable_attr()->at("axes").mutable_list()->clear_i(); },
        {}},
       {"axes missing",
        [](auto& m) { MeanDef(m).mutable_attr()->erase("axes"); },
-       {LogText("CheckReduceMeanAndReshapeShape", 138,
-                "\"tov::AttrUtils::GetListInt(opDesc, \\\"axes\\\", axes)\" "
-                "\"false, return FAIL.\"")}},
+       {ParserLine("CheckReduceMeanAndReshapeShape", 138,
+                   "\"tov::AttrUtils::GetListInt(opDesc, \\\"axes\\\", axes)\" "
+                   "\"false, return FAIL.\"")}},
       {"second consumer", [](auto& m) { m.Unary("side", "Relu", "mean"); }, {}},
-      {"consumer is not a Reshape",
-       [](auto& m) { m.Def().mutable_graph(0)->mutable_op(3)->set_type("Squeeze"); },
-       {}},
+      {"consumer is not a Reshape", [](auto& m) { ReshapeDef(m).set_type("Squeeze"); }, {}},
       {"producer is not a ReduceMeanD", [](auto& m) { MeanDef(m).set_type("ReduceMean"); }, {}},
+      {"only successor is a control edge",
+       [](auto& m) { *ReshapeDef(m).mutable_input(0) = "mean:-1"; },
+       {ParserLine("CheckIsReduceMeanReshapePattern", 127, "\"nextNode\" \"null, return FAIL.\"")}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -120,8 +126,31 @@ TEST(ParserFusion, GuardsThatPreventTheMatch) {
     testkit::LogCapture logs;
     const auto outcome = Parse(model);
     ASSERT_EQ(outcome.status, 0u);
-    ASSERT_NE(NodeNamed(*outcome.graph, "reshape"), nullptr);
+    ASSERT_NE(outcome.graph->FindNode("reshape"), nullptr);
     EXPECT_EQ(logs.Texts(), c.log);
+  }
+}
+
+// A matched Reshape that cannot be bypassed (no shape input to drop, or a data input left
+// besides the mean) fails the parse with the graph library's status.
+TEST(ParserFusion, AReshapeThatCannotBeBypassedFailsTheParse) {
+  const std::pair<const char*, void (*)(tesu::proto::OpDef&)> cases[] = {
+      {"no shape input",
+       [](tesu::proto::OpDef& op) {
+         op.mutable_input()->RemoveLast();
+         op.mutable_input_desc()->RemoveLast();
+       }},
+      {"a third input", [](tesu::proto::OpDef& op) { op.add_input("in:0"); }},
+  };
+  for (const auto& [what, edit] : cases) {
+    SCOPED_TRACE(what);
+    auto model = MeanThenReshape({1, 64, 7, 7}, {2, 3}, {1, 64});
+    edit(ReshapeDef(model));
+    testkit::LogCapture logs;
+    const auto outcome = Parse(model);
+    EXPECT_EQ(outcome.status, tov::GRAPH_PARAM_INVALID);
+    EXPECT_EQ(outcome.graph, nullptr);
+    EXPECT_TRUE(logs.Lines().empty()) << ::testing::PrintToString(logs.Texts());
   }
 }
 

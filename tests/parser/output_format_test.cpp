@@ -5,7 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "parse_helper.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
@@ -55,10 +56,10 @@ TEST(ParserOutputFormat, MarksOutputsInWalkOrder) {
     tesu::ParserOptions options;
     options.outputNodes = c.outputNodes;
     options.outputFormats = c.formats;
-    const auto outcome = parsertest::Parse(Outputs(), options);
+    const auto outcome = testkit::Parse(Outputs(), options);
     ASSERT_EQ(outcome.status, 0u) << c.what;
     for (const auto& [node, value] : c.expected) {
-      EXPECT_EQ(parsertest::IntAttr(*outcome.graph, node, "inferred_format"), value)
+      EXPECT_EQ(testkit::IntAttr(*outcome.graph, node, "inferred_format"), value)
           << c.what << ": " << node;
     }
   }

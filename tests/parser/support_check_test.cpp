@@ -4,13 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "framework/pre_checker.h"
-#include "framework/test_files.h"
-#include "parse_helper.h"
+#include "log_capture.h"
+#include "parse.h"
 
 namespace {
 
-using parsertest::Parse;
+using testkit::Parse;
 
 class ParserSupportCheck : public ::testing::Test {
  protected:
@@ -18,7 +19,7 @@ class ParserSupportCheck : public ::testing::Test {
   // True when the report exists; removes it.
   bool TakeReport() const { return std::filesystem::remove(dir_.Path("report.json")); }
 
-  frameworktest::TempDir dir_;
+  testkit::TempDir dir_;
   tesu::ParserOptions options_;
 };
 
@@ -38,10 +39,10 @@ TEST_F(ParserSupportCheck, ReportsEveryUnsupportedNodeEvenWithoutSaveRequest) {
   const auto outcome = Parse(WithTypes({"Abs", "Frobnicate", "Wibble"}), options_);
   EXPECT_EQ(outcome.status, 1u);
   EXPECT_EQ(outcome.graph, nullptr);
-  const std::string report = frameworktest::ReadFile(dir_.Path("report.json"));
+  const std::string report = testkit::ReadFile(dir_.Path("report.json"));
   EXPECT_NE(report.find("\"n2\""), std::string::npos);
   EXPECT_NE(report.find("Wibble"), std::string::npos);
-  EXPECT_TRUE(parsertest::ParserLines(logs).empty());
+  EXPECT_TRUE(testkit::LinesFrom(logs, "orvane_parser ").empty());
   for (const char* type : {"relu", "Maxpool"}) {
     EXPECT_EQ(Parse(WithTypes({type}), options_).status, 1u) << "types match case-sensitively";
   }

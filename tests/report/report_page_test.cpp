@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "../framework/test_files.h"
+#include "files.h"
 #include "conversion_report.h"
 #include "json_text.h"
 #include "log_capture.h"
@@ -103,7 +103,7 @@ TEST(ReportPageTest, TextThatIsNotUtf8IsReplacedNotRefused) {
 // never gives its summary leaves no page and no temporary file.
 TEST(ReportPageTest, ThePageIsCompletedByTheSummaryOrNotWrittenAtAll) {
   using tesu::cli::report::ConversionReport;
-  frameworktest::TempDir dir;
+  testkit::TempDir dir;
   testkit::ModelBuilder model;
   model.Data("in");
   model.Unary("act", "Relu", "in");
@@ -118,7 +118,7 @@ TEST(ReportPageTest, ThePageIsCompletedByTheSummaryOrNotWrittenAtAll) {
     run.modelFile = "net.pb";
     run.opsBefore = {{"Data", 1}, {"Relu", 1}};
     ASSERT_EQ(page.Write(run), tesu::SUCCESS);
-    const json data = json::parse(DataBlock(frameworktest::ReadFile(path)));
+    const json data = json::parse(DataBlock(testkit::ReadFile(path)));
     EXPECT_EQ(data["summary"]["model"], "net.pb");
     EXPECT_EQ(data["summary"]["converted"], converted);
     EXPECT_EQ(data["nodes"]["count"], 2);

@@ -9,7 +9,7 @@
 
 #include "graph/attr_utils.h"
 #include "model_builder.h"
-#include "parse_outcome.h"
+#include "parse.h"
 
 #ifndef TESU_LONG_CHAIN_NODES
 #define TESU_LONG_CHAIN_NODES 1000000
@@ -30,9 +30,9 @@ TEST(LongChain, ReluChainOfAMillionParses) {
   const std::string bytes = model.Bytes();
   model = testkit::ModelBuilder();  // the message is not needed during the parse
 
-  const robustness::ParseOutcome outcome = robustness::ParseBytes(bytes);
+  const auto outcome = testkit::ParseBytes(bytes);
   ASSERT_EQ(outcome.status, 0u);
-  const auto graph = tov::GraphUtils::GetComputeGraph(outcome.graph);
+  const auto graph = outcome.graph;
   ASSERT_NE(graph, nullptr);
   EXPECT_EQ(graph->GetNodesSize(), kRelus + 1);
   EXPECT_EQ(testkit::CountByType(*graph, "Activation"), kRelus);

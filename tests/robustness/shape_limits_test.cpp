@@ -11,7 +11,7 @@
 #include "graph/shape_math.h"
 #include "log_capture.h"
 #include "model_builder.h"
-#include "parse_outcome.h"
+#include "parse.h"
 
 namespace {
 
@@ -118,7 +118,7 @@ TEST(ShapeLimits, ImpossibleTensorsAndOversizedModelsAreRefusedWhileLoading) {
   for (const LoadCase& c : cases) {
     SCOPED_TRACE(c.label);
     LogCapture log;
-    const robustness::ParseOutcome outcome = robustness::ParseBytes(c.bytes);
+    const testkit::ParseOutcome outcome = testkit::ParseBytes(c.bytes);
     EXPECT_EQ(outcome.status, tov::GRAPH_MODEL_INVALID);
     ASSERT_EQ(log.Lines().size(), 1u);
     EXPECT_NE(log.Lines()[0].text.find(c.fragment), std::string::npos) << log.Lines()[0].text;

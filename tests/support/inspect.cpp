@@ -1,7 +1,10 @@
 #include <cstring>
 #include <sstream>
+#include <stdexcept>
 #include <type_traits>
 
+#include "graph/attr_utils.h"
+#include "graph/op_desc_utils.h"
 #include "model_builder.h"
 
 namespace testkit {
@@ -12,14 +15,24 @@ size_t CountByType(const tov::ComputeGraph& graph, const std::string& type) {
   return count;
 }
 
-std::map<std::string, size_t> CountTypes(const tov::ComputeGraph& graph) {
-  std::map<std::string, size_t> counts;
-  graph.ForEachNode([&](tov::Node& node) { ++counts[node.GetType()]; });
-  return counts;
+tov::Node& NodeOf(const tov::ComputeGraph& graph, const std::string& name) {
+  const tov::NodePtr node = graph.FindNode(name);
+  if (node == nullptr) throw std::runtime_error("no node " + name);
+  return *node;
 }
 
-tov::NodePtr NodeNamed(const tov::ComputeGraph& graph, const std::string& name) {
-  return graph.FindNode(name);
+tov::OpDesc& Desc(const tov::ComputeGraph& graph, const std::string& name) {
+  return *NodeOf(graph, name).GetOpDesc();
+}
+
+int64_t IntAttr(const tov::ComputeGraph& graph, const std::string& node, const std::string& attr) {
+  int64_t value = -1;
+  (void)tov::AttrUtils::GetInt(Desc(graph, node), attr, value);
+  return value;
+}
+
+std::vector<tov::TensorPtr> WeightsOf(const tov::ComputeGraph& graph, const std::string& name) {
+  return tov::OpDescUtils::MutableWeights(NodeOf(graph, name));
 }
 
 std::vector<std::string> NodeNames(const tov::ComputeGraph& graph) {
@@ -102,6 +115,12 @@ std::string AttrsText(const tov::OpDesc& desc) {
     }
   }
   return out.str();
+}
+
+std::shared_ptr<tov::ComputeGraph> Load(const ModelBuilder& model) {
+  std::shared_ptr<tov::ComputeGraph> graph = model.LoadGraph();
+  if (graph == nullptr) throw std::runtime_error("test model refused");
+  return graph;
 }
 
 std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length) {

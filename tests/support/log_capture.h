@@ -1,9 +1,12 @@
-// Captures the lines that AI_Log_Print writes while in scope.
+// Captures the lines that AI_Log_Print writes while in scope, and spells the lines the plug-in
+// writes: "<source> <function>(<line>)::<message>".
 #ifndef TESU_TESTS_SUPPORT_LOG_CAPTURE_H
 #define TESU_TESTS_SUPPORT_LOG_CAPTURE_H
 
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "log/log.h"
 
@@ -49,6 +52,35 @@ class LogCapture {
   std::vector<LogLine> lines_;
   int previousLevel_;
 };
+
+// A line of the plug-in's parser source, and of its converter source.
+inline std::string ParserLine(const std::string& function, int line, const std::string& message) {
+  return "orvane_parser " + function + "(" + std::to_string(line) + ")::" + message;
+}
+inline std::string UtilLine(const std::string& function, int line, const std::string& message) {
+  return "orvane_util " + function + "(" + std::to_string(line) + ")::" + message;
+}
+inline std::string Quoted(const std::string& text) {
+  return "\"" + text + "\"";
+}
+
+// The captured lines whose text starts with `source` ("orvane_parser ", ...).
+inline std::vector<LogLine> LinesFrom(const LogCapture& logs, const std::string& source) {
+  std::vector<LogLine> lines;
+  for (const auto& line : logs.Lines()) {
+    if (line.text.rfind(source, 0) == 0) lines.push_back(line);
+  }
+  return lines;
+}
+
+// Exactly one line was logged: an error under `module` with that text.
+inline void ExpectOnlyLine(const LogCapture& logs, const std::string& module,
+                           const std::string& text) {
+  ASSERT_EQ(logs.Lines().size(), 1u) << ::testing::PrintToString(logs.Texts());
+  EXPECT_EQ(logs.Lines()[0].level, AI_LOG_ERROR);
+  EXPECT_EQ(logs.Lines()[0].module, module);
+  EXPECT_EQ(logs.Lines()[0].text, text);
+}
 
 }  // namespace testkit
 
