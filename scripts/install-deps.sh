@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build needs; with --fuzz also the compiler and run-time
-# of the fuzz targets (scripts/fuzz.sh). Skips apt entirely when they are present.
+# Installs the Debian 12 packages the build and its tests need, clang included (the
+# ThreadSanitizer build and the fuzz targets). Skips apt entirely when they are present.
 set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
           libgtest-dev libgmock-dev libbenchmark-dev graphviz
@@ -10,7 +10,9 @@ packages+=(file dpkg-dev)
 # The --report page: Graphviz's library for its graph pictures, and headless Chromium with
 # Selenium for the browser tests.
 packages+=(pkg-config libgraphviz-dev chromium chromium-driver python3 python3-selenium)
-if [[ ${1:-} == --fuzz ]]; then packages+=(clang libclang-rt-14-dev); fi
+# clang and its sanitizer run-times: the ThreadSanitizer build of scripts/test.sh and the fuzz
+# targets of scripts/fuzz.sh (--fuzz, kept for callers that ask for them).
+packages+=(clang libclang-rt-14-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
