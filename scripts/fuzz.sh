@@ -8,8 +8,8 @@
 # Usage: scripts/fuzz.sh [SECONDS] [TARGET...]
 #        scripts/fuzz.sh --merge [TARGET...]
 # --merge rebuilds fuzz/corpus/TARGET/ from scratch: the hand-named seeds in it are kept, and of
-# the rest of it and of build-fuzz/corpus/TARGET/ only the inputs that add coverage (libFuzzer's
-# -merge=1 into a fresh directory).
+# the rest of it, of build-fuzz/corpus/TARGET/ and of the generated seeds only the inputs that
+# reach new edges (libFuzzer's -merge=1 into a fresh directory).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 mode=run
@@ -43,15 +43,20 @@ if [[ $mode == merge ]]; then
   for target in "${targets[@]}"; do
     fresh=$(mktemp -d)
     # Hand-named seeds stay; libFuzzer names what it keeps by a 40-digit hash.
-    find "fuzz/corpus/$target" -maxdepth 1 -type f ! -regex '.*/[0-9a-f]\{40\}' \
-      -exec cp {} "$fresh/" \; 2>/dev/null || true
+    if [[ -d fuzz/corpus/$target ]]; then
+      find "fuzz/corpus/$target" -maxdepth 1 -type f ! -regex '.*/[0-9a-f]\{40\}' \
+        -exec cp {} "$fresh/" \;
+    fi
     mkdir -p "$build/corpus/$target"
-    "$build/bin/$target" -merge=1 -max_len=65536 -rss_limit_mb=2048 -timeout=25 "$fresh" \
-      fuzz/corpus/"$target" "$build/corpus/$target" >/dev/null 2>&1
+    mapfile -t inputs < <(inputs_of "$target")
+    # Edge coverage only (-use_counters=0): how often an edge runs does not earn a file a place.
+    "$build/bin/$target" -merge=1 -use_counters=0 -max_len=65536 -rss_limit_mb=2048 -timeout=25 \
+      "$fresh" "$build/corpus/$target" "${inputs[@]}" >/dev/null 2>&1
     rm -rf "fuzz/corpus/$target"
     mv "$fresh" "fuzz/corpus/$target"
     chmod 755 "fuzz/corpus/$target"
-    echo "$target: $(ls "fuzz/corpus/$target" | wc -l) files, $(du -sh "fuzz/corpus/$target" | cut -f1)"
+    echo "$target: $(find "fuzz/corpus/$target" -type f | wc -l) files," \
+      "$(du -sb "fuzz/corpus/$target" | cut -f1) bytes"
   done
   exit 0
 fi
