@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build needs; with --fuzz also the compiler and run-time
-# of the fuzz targets (scripts/fuzz.sh), with --coverage gcovr (scripts/coverage.sh). Skips apt
-# entirely when they are present.
+# Installs the Debian 12 packages the build and its tests need, clang included (the
+# ThreadSanitizer build and the fuzz targets); with --coverage also gcovr (scripts/coverage.sh).
+# Skips apt entirely when they are present.
 set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
           libgtest-dev libgmock-dev libbenchmark-dev graphviz
@@ -11,9 +11,11 @@ packages+=(file dpkg-dev)
 # The --report page: Graphviz's library for its graph pictures, and headless Chromium with
 # Selenium for the browser tests.
 packages+=(pkg-config libgraphviz-dev chromium chromium-driver python3 python3-selenium)
+# clang and its sanitizer run-times: the ThreadSanitizer build of scripts/test.sh and the fuzz
+# targets of scripts/fuzz.sh (--fuzz, kept for callers that ask for them).
+packages+=(clang libclang-rt-14-dev)
 for option in "$@"; do
   case $option in
-    --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     --coverage) packages+=(gcovr) ;;
   esac
 done

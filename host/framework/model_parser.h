@@ -101,7 +101,7 @@ class ModelParserFactory {
   // The name registered with the framework's creator; empty when it came without one.
   std::string FrameworkName(FrameworkType type) const;
   // Order of registration, for start-up diagnostics.
-  size_t RegistrationCount() const { return registrations_; }
+  size_t RegistrationCount() const;
   // Drops every creator; for tests.
   void Clear();
 

@@ -90,6 +90,11 @@ std::string ModelParserFactory::FrameworkName(FrameworkType type) const {
   return found == names_.end() ? std::string() : found->second;
 }
 
+size_t ModelParserFactory::RegistrationCount() const {
+  std::lock_guard<std::mutex> lock(FactoryMutex());
+  return registrations_;
+}
+
 void ModelParserFactory::Clear() {
   std::lock_guard<std::mutex> lock(FactoryMutex());
   creators_.clear();

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <mutex>
 #include <system_error>
 
 #include "framework/model_parser.h"
@@ -84,6 +85,11 @@ bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& 
   }
   std::sort(libraries.begin(), libraries.end());
   const ModelParserFactory& factory = *ModelParserFactory::Instance();
+  // The types a library registered are read as the difference of the factory's table around its
+  // dlopen; two threads loading at once would see each other's registrations, so loads are taken
+  // one at a time.
+  static std::mutex loadMutex;
+  std::lock_guard<std::mutex> lock(loadMutex);
   for (const fs::path& library : libraries) {
     const std::vector<FrameworkType> before = factory.RegisteredTypes();
     if (dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL) != nullptr) {
