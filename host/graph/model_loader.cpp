@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -151,9 +152,30 @@ graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValu
   return error.Fail(what() + " has a value of an unknown kind");
 }
 
+// The interned names of the attribute keys met so far. A model repeats a few dozen keys on every
+// op, so a small table indexed by length and end characters finds almost all of them without
+// hashing the whole key or reaching the process-wide table.
+class AttrNameCache {
+ public:
+  AttrName Intern(const std::string& key) {
+    if (key.empty()) return AttrName::Intern(key);
+    const size_t slot = (key.size() * 31 + static_cast<unsigned char>(key.front()) * 7 +
+                         static_cast<unsigned char>(key.back())) %
+                        kSlots;
+    std::optional<AttrName>& entry = entries_[slot];
+    if (!entry || entry->str() != key) entry = AttrName::Intern(key);
+    return *entry;
+  }
+
+ private:
+  static constexpr size_t kSlots = 64;
+  std::optional<AttrName> entries_[kSlots];
+};
+
 template <typename Owner>
 graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
-                        GraphArena* arena, AttrHolder& holder, LoadError& error) {
+                        GraphArena* arena, AttrHolder& holder, LoadError& error,
+                        AttrNameCache* names = nullptr) {
   // Room for the few attributes a conversion adds ("version", a converter's own), so that the
   // list does not have to move.
   AttrHolder::AttrList list = holder.NewAttrList();
@@ -164,7 +186,8 @@ graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, cons
     if (LoadAttr(entry.second, what, arena, value, error) != GRAPH_SUCCESS) {
       return GRAPH_MODEL_INVALID;
     }
-    list.emplace_back(AttrName::Intern(entry.first), std::move(value));
+    list.emplace_back(names != nullptr ? names->Intern(entry.first) : AttrName::Intern(entry.first),
+                      std::move(value));
   }
   holder.SetAllAttrs(std::move(list));
   return GRAPH_SUCCESS;
@@ -194,7 +217,8 @@ size_t CountDataInputs(const OpDef& op) {
   return count;
 }
 
-graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error) {
+graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error,
+                        AttrNameCache& names) {
   desc = MakeShared<OpDesc>(arena, arena);
   const size_t dataInputs = CountDataInputs(op);
   desc->ReserveDescs(std::max(dataInputs, static_cast<size_t>(op.input_desc_size())),
@@ -213,7 +237,7 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
   }
   desc->SetIsInputConst(op.is_input_const().begin(), op.is_input_const().end());
   const auto subject = [&op] { return NodeSubject(op); };
-  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error) != GRAPH_SUCCESS) {
+  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error, &names) != GRAPH_SUCCESS) {
     return GRAPH_MODEL_INVALID;
   }
   if (op.type() == "Const") {
@@ -299,7 +323,7 @@ class ModelSerializer::GraphBuilder {
     } else if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
       error_.Fail("another node has the same name");
     } else {
-      BuildOpDesc(op, graph_->Arena(), desc, error_);
+      BuildOpDesc(op, graph_->Arena(), desc, error_, attrNames_);
     }
     if (error_.failed) return Reject(NodeSubject(op));  // the name is still in the message
     NodePtr node = graph_->AddNode(desc, nameHash);
@@ -308,6 +332,7 @@ class ModelSerializer::GraphBuilder {
       (*value->Get<TensorPtr>())->holder_ = node;
     }
     nodes_.push_back(node.get());
+    recent_[nameHash % kRecent] = {nameHash, node.get()};
     int dataIndex = 0;
     for (std::string& input : *op.mutable_input()) {
       if (Connect(*node, input, dataIndex, /*mayWait=*/true) != GRAPH_SUCCESS) {
@@ -365,7 +390,7 @@ class ModelSerializer::GraphBuilder {
     if (!ParseInput(input, producerName, index)) {
       return error_.Fail("input " + Quote(input) + " is not of the form \"producer:index\"");
     }
-    Node* producer = graph_->FindNodeRaw(producerName);
+    Node* producer = FindProducer(producerName);
     if (mayWait && (producer == nullptr || producer == &node)) {
       waiting_.push_back({&node, dataIndex, std::move(input)});
       if (index != -1) ++dataIndex;
@@ -382,9 +407,29 @@ class ModelSerializer::GraphBuilder {
                                *node.InAnchors()[static_cast<size_t>(dataIndex++)]);
   }
 
+  // Producers are mostly nodes added shortly before their consumers: those are found among the
+  // recently added nodes, whose entries stay in cache, before the graph's index is searched.
+  // Names are unique while loading (a repeated name is refused), so a match is the node.
+  Node* FindProducer(std::string_view name) const {
+    const size_t hash = NameIndex::Hash(name);
+    const Recent& recent = recent_[hash % kRecent];
+    if (recent.node != nullptr && recent.hash == hash && recent.node->indexedName_ == name) {
+      return recent.node;
+    }
+    return graph_->FindNodeRaw(name, hash);
+  }
+
+  static constexpr size_t kRecent = 1024;
+  struct Recent {
+    size_t hash = 0;
+    Node* node = nullptr;
+  };
+
   std::shared_ptr<ComputeGraph> graph_;
   std::vector<Node*> nodes_;
   std::vector<Waiting> waiting_;
+  std::vector<Recent> recent_ = std::vector<Recent>(kRecent);
+  AttrNameCache attrNames_;
   LoadError error_;
 };
 
