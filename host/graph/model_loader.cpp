@@ -262,7 +262,7 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
   std::vector<size_t> pending(nodes.size());
   std::vector<const Node*> ready;
   for (const Node* node : nodes) {
-    const size_t inputs = node->RoleNodeSpec().InDataEdgeSize() + node->inControl_.size();
+    const size_t inputs = node->RoleNodeSpec().InDataEdgeSize() + node->InControl().size();
     pending[node->sequence_] = inputs;
     if (inputs == 0) ready.push_back(node);
   }
@@ -277,7 +277,7 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
     for (const auto& anchor : node->OutAnchors()) {
       for (const InDataAnchor* peer : anchor->GetPeersRaw()) release(peer->GetOwnerNodeRaw());
     }
-    for (const Node* successor : node->outControl_) release(successor);
+    for (const Node* successor : node->OutControl()) release(successor);
   }
   if (done == nodes.size()) return nullptr;
   for (const Node* node : nodes) {

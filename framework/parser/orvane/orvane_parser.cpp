@@ -473,7 +473,8 @@ Status SetOutputNodeInferredFormat(const ParserOptions& options, tov::ComputeGra
     const tov::NodeSpec& spec = node.ROLE(NodeSpec);
     tov::OpDesc& opDesc = spec.OpDesc();
     if (options.outputNodes.empty()) {
-      if (spec.InDataEdgeSize() > 0 && spec.OutDataEdgeSize() == 0) {
+      // Outputs first: most nodes have consumers, and a node has fewer outputs than inputs.
+      if (spec.OutDataEdgeSize() == 0 && spec.InDataEdgeSize() > 0) {
         SetNodeInferredFormat(opDesc, outputIndex++, options.outputFormats);
       }
       return SUCCESS;
