@@ -248,9 +248,6 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
     // A hand-written Const may leave out its output; it is the tensor it holds.
     if (desc->GetOutputsSize() == 0) desc->AddOutputDesc(value->GetTensorDesc());
   }
-  // The message is consumed: its strings move instead of being copied.
-  desc->SetName(std::move(*op.mutable_name()));
-  desc->SetType(std::move(*op.mutable_type()));
   return GRAPH_SUCCESS;
 }
 
@@ -318,14 +315,24 @@ class ModelSerializer::GraphBuilder {
   graphStatus AddOp(OpDef& op) {
     OpDescPtr desc;
     const size_t nameHash = NameIndex::Hash(op.name());
+    // The index entry for a new name is rarely in cache; it is fetched while the op is read, and
+    // a repeated name is still the first problem reported.
+    graph_->nameIndex_.Prefetch(nameHash);
     if (op.name().empty()) {
       error_.Fail("node " + std::to_string(nodes_.size()) + " of the graph has no name");
-    } else if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
-      error_.Fail("another node has the same name");
     } else {
-      BuildOpDesc(op, graph_->Arena(), desc, error_, attrNames_);
+      LoadError built;
+      BuildOpDesc(op, graph_->Arena(), desc, built, attrNames_);
+      if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
+        error_.Fail("another node has the same name");
+      } else if (built.failed) {
+        error_.Fail(std::move(built.problem));
+      }
     }
     if (error_.failed) return Reject(NodeSubject(op));  // the name is still in the message
+    // The message is consumed: its strings move instead of being copied.
+    desc->SetName(std::move(*op.mutable_name()));
+    desc->SetType(std::move(*op.mutable_type()));
     NodePtr node = graph_->AddNode(desc, nameHash);
     if (desc->GetType() == "Const") {
       const AttrValue* value = desc->FindAttr("value");
