@@ -4,10 +4,21 @@
 
 namespace tov {
 
+namespace {
+// Byte-wise order, deciding on the first byte inline: attribute names mostly differ there, and a
+// list is searched on every read and write of an attribute.
+bool Before(const std::string& name, std::string_view key) {
+  if (!name.empty() && !key.empty() && name[0] != key[0]) {
+    return static_cast<unsigned char>(name[0]) < static_cast<unsigned char>(key[0]);
+  }
+  return std::string_view(name) < key;
+}
+}  // namespace
+
 AttrHolder::AttrList::const_iterator AttrHolder::LowerBound(std::string_view name) const {
   return std::lower_bound(
       attrs_.begin(), attrs_.end(), name,
-      [](const auto& entry, std::string_view key) { return entry.first.str() < key; });
+      [](const auto& entry, std::string_view key) { return Before(entry.first.str(), key); });
 }
 
 const AttrValue* AttrHolder::FindAttr(std::string_view name) const {

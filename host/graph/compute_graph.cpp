@@ -20,8 +20,7 @@ LegacyGraph::~LegacyGraph() {
       if (OutDataAnchor* peer = anchor->peer_) peer->Unlink(*anchor);
     }
     for (auto& anchor : node->outAnchors_) anchor->UnlinkAll();
-    node->inControl_.clear();
-    node->outControl_.clear();
+    node->control_.reset();
     node->graph_ = nullptr;
     node->removed_ = true;
     node->prev_ = node->next_ = nullptr;
@@ -70,11 +69,11 @@ void LegacyGraph::DetachEdges(Node& node, std::vector<Node*>& producers) {
     }
   }
   for (auto& anchor : node.outAnchors_) anchor->UnlinkAll();
-  for (Node* from : std::vector<Node*>(node.inControl_)) {
+  for (Node* from : std::vector<Node*>(node.InControl())) {
     producers.push_back(from);
     GraphUtils::RemoveControlEdge(*from, node);
   }
-  for (Node* to : std::vector<Node*>(node.outControl_)) GraphUtils::RemoveControlEdge(node, *to);
+  for (Node* to : std::vector<Node*>(node.OutControl())) GraphUtils::RemoveControlEdge(node, *to);
 }
 
 void LegacyGraph::Erase(Node& node) {

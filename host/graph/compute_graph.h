@@ -95,6 +95,7 @@ class LegacyGraph {
   friend class GraphListWalker;
   friend class OpDescUtils;
   friend class NodeCompatibler;
+  friend class ModelSerializer;
 
   // Links a new node before `next` (null: at the end).
   NodePtr InsertAt(OpDescPtr opDesc, Node* next, size_t nameHash);

@@ -34,21 +34,22 @@ graphStatus GraphUtils::RemoveEdge(const OutDataAnchorPtr& from, const InDataAnc
 
 graphStatus GraphUtils::AddControlEdge(Node& from, Node& to) {
   if (from.graph_ == nullptr || from.graph_ != to.graph_) return GRAPH_PARAM_INVALID;
-  auto& successors = from.outControl_;
+  auto& successors = from.MutableControl().out;
   if (std::find(successors.begin(), successors.end(), &to) != successors.end()) {
     return GRAPH_SUCCESS;
   }
   successors.push_back(&to);
-  to.inControl_.push_back(&from);
+  to.MutableControl().in.push_back(&from);
   return GRAPH_SUCCESS;
 }
 
 graphStatus GraphUtils::RemoveControlEdge(Node& from, Node& to) {
-  auto& successors = from.outControl_;
+  if (from.control_ == nullptr || to.control_ == nullptr) return GRAPH_NOT_FOUND;
+  auto& successors = from.control_->out;
   auto it = std::find(successors.begin(), successors.end(), &to);
   if (it == successors.end()) return GRAPH_NOT_FOUND;
   successors.erase(it);
-  auto& predecessors = to.inControl_;
+  auto& predecessors = to.control_->in;
   predecessors.erase(std::find(predecessors.begin(), predecessors.end(), &from));
   return GRAPH_SUCCESS;
 }

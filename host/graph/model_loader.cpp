@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -155,9 +156,30 @@ graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValu
   return error.Fail(what() + " has a value of an unknown kind");
 }
 
+// The interned names of the attribute keys met so far. A model repeats a few dozen keys on every
+// op, so a small table indexed by length and end characters finds almost all of them without
+// hashing the whole key or reaching the process-wide table.
+class AttrNameCache {
+ public:
+  AttrName Intern(const std::string& key) {
+    if (key.empty()) return AttrName::Intern(key);
+    const size_t slot = (key.size() * 31 + static_cast<unsigned char>(key.front()) * 7 +
+                         static_cast<unsigned char>(key.back())) %
+                        kSlots;
+    std::optional<AttrName>& entry = entries_[slot];
+    if (!entry || entry->str() != key) entry = AttrName::Intern(key);
+    return *entry;
+  }
+
+ private:
+  static constexpr size_t kSlots = 64;
+  std::optional<AttrName> entries_[kSlots];
+};
+
 template <typename Owner>
 graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
-                        GraphArena* arena, AttrHolder& holder, LoadError& error) {
+                        GraphArena* arena, AttrHolder& holder, LoadError& error,
+                        AttrNameCache* names = nullptr) {
   // Room for the few attributes a conversion adds ("version", a converter's own), so that the
   // list does not have to move.
   AttrHolder::AttrList list = holder.NewAttrList();
@@ -173,7 +195,8 @@ graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, cons
     if (LoadAttr(entry.second, what, arena, value, error) != GRAPH_SUCCESS) {
       return GRAPH_MODEL_INVALID;
     }
-    list.emplace_back(AttrName::Intern(entry.first), std::move(value));
+    list.emplace_back(names != nullptr ? names->Intern(entry.first) : AttrName::Intern(entry.first),
+                      std::move(value));
   }
   holder.SetAllAttrs(std::move(list));
   return GRAPH_SUCCESS;
@@ -203,7 +226,8 @@ size_t CountDataInputs(const OpDef& op) {
   return count;
 }
 
-graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error) {
+graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error,
+                        AttrNameCache& names) {
   desc = MakeShared<OpDesc>(arena, arena);
   const size_t dataInputs = CountDataInputs(op);
   desc->ReserveDescs(std::max(dataInputs, static_cast<size_t>(op.input_desc_size())),
@@ -222,7 +246,7 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
   }
   desc->SetIsInputConst(op.is_input_const().begin(), op.is_input_const().end());
   const auto subject = [&op] { return NodeSubject(op); };
-  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error) != GRAPH_SUCCESS) {
+  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error, &names) != GRAPH_SUCCESS) {
     return GRAPH_MODEL_INVALID;
   }
   if (op.type() == "Const") {
@@ -233,9 +257,6 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
     // A hand-written Const may leave out its output; it is the tensor it holds.
     if (desc->GetOutputsSize() == 0) desc->AddOutputDesc(value->GetTensorDesc());
   }
-  // The message is consumed: its strings move instead of being copied.
-  desc->SetName(std::move(*op.mutable_name()));
-  desc->SetType(std::move(*op.mutable_type()));
   return GRAPH_SUCCESS;
 }
 
@@ -247,7 +268,7 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
   std::vector<size_t> pending(nodes.size());
   std::vector<const Node*> ready;
   for (const Node* node : nodes) {
-    const size_t inputs = node->RoleNodeSpec().InDataEdgeSize() + node->inControl_.size();
+    const size_t inputs = node->RoleNodeSpec().InDataEdgeSize() + node->InControl().size();
     pending[node->sequence_] = inputs;
     if (inputs == 0) ready.push_back(node);
   }
@@ -262,7 +283,7 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
     for (const auto& anchor : node->OutAnchors()) {
       for (const InDataAnchor* peer : anchor->GetPeersRaw()) release(peer->GetOwnerNodeRaw());
     }
-    for (const Node* successor : node->outControl_) release(successor);
+    for (const Node* successor : node->OutControl()) release(successor);
   }
   if (done == nodes.size()) return nullptr;
   for (const Node* node : nodes) {
@@ -304,20 +325,31 @@ class ModelSerializer::GraphBuilder {
     if (CheckLimits(op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     OpDescPtr desc;
     const size_t nameHash = NameIndex::Hash(op.name());
+    // The index entry for a new name is rarely in cache; it is fetched while the op is read, and
+    // a repeated name is still the first problem reported.
+    graph_->nameIndex_.Prefetch(nameHash);
     if (op.name().empty()) {
       error_.Fail("node " + std::to_string(nodes_.size()) + " of the graph has no name");
-    } else if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
-      error_.Fail("another node has the same name");
     } else {
-      BuildOpDesc(op, graph_->Arena(), desc, error_);
+      LoadError built;
+      BuildOpDesc(op, graph_->Arena(), desc, built, attrNames_);
+      if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
+        error_.Fail("another node has the same name");
+      } else if (built.failed) {
+        error_.Fail(std::move(built.problem));
+      }
     }
     if (error_.failed) return Reject(NodeSubject(op));  // the name is still in the message
+    // The message is consumed: its strings move instead of being copied.
+    desc->SetName(std::move(*op.mutable_name()));
+    desc->SetType(std::move(*op.mutable_type()));
     NodePtr node = graph_->AddNode(desc, nameHash);
     if (desc->GetType() == "Const") {
       const AttrValue* value = desc->FindAttr("value");
       (*value->Get<TensorPtr>())->holder_ = node;
     }
     nodes_.push_back(node.get());
+    recent_[nameHash % kRecent] = {nameHash, node.get()};
     int dataIndex = 0;
     for (std::string& input : *op.mutable_input()) {
       if (Connect(*node, input, dataIndex, /*mayWait=*/true) != GRAPH_SUCCESS) {
@@ -393,7 +425,7 @@ class ModelSerializer::GraphBuilder {
     if (!ParseInput(input, producerName, index)) {
       return error_.Fail("input " + Quote(input) + " is not of the form \"producer:index\"");
     }
-    Node* producer = graph_->FindNodeRaw(producerName);
+    Node* producer = FindProducer(producerName);
     if (mayWait && (producer == nullptr || producer == &node)) {
       waiting_.push_back({&node, dataIndex, std::move(input)});
       if (index != -1) ++dataIndex;
@@ -410,9 +442,29 @@ class ModelSerializer::GraphBuilder {
                                *node.InAnchors()[static_cast<size_t>(dataIndex++)]);
   }
 
+  // Producers are mostly nodes added shortly before their consumers: those are found among the
+  // recently added nodes, whose entries stay in cache, before the graph's index is searched.
+  // Names are unique while loading (a repeated name is refused), so a match is the node.
+  Node* FindProducer(std::string_view name) const {
+    const size_t hash = NameIndex::Hash(name);
+    const Recent& recent = recent_[hash % kRecent];
+    if (recent.node != nullptr && recent.hash == hash && recent.node->indexedName_ == name) {
+      return recent.node;
+    }
+    return graph_->FindNodeRaw(name, hash);
+  }
+
+  static constexpr size_t kRecent = 1024;
+  struct Recent {
+    size_t hash = 0;
+    Node* node = nullptr;
+  };
+
   std::shared_ptr<ComputeGraph> graph_;
   std::vector<Node*> nodes_;
   std::vector<Waiting> waiting_;
+  std::vector<Recent> recent_ = std::vector<Recent>(kRecent);
+  AttrNameCache attrNames_;
   LoadError error_;
 };
 

@@ -7,8 +7,8 @@
 #include <google/protobuf/wire_format_lite.h>
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -136,7 +136,7 @@ class ModelWalk {
   }
 
   void Op(const Node& node) {
-    const OpDesc& desc = *node.GetOpDesc();
+    const OpDesc& desc = node.RoleNodeSpec().OpDesc();  // no reference taken per node
     String(1, desc.GetName());
     String(2, desc.GetType());
     Inputs(node);
@@ -177,12 +177,13 @@ class ModelWalk {
     for (const Node* from : node.RoleNodeWalker().InControlNodes()) Input(from->GetName(), -1);
   }
   void Input(const std::string& producer, int index) {
-    char digits[16];
-    const int length = std::snprintf(digits, sizeof(digits), ":%d", index);
+    char suffix[16] = {':'};
+    const size_t length =
+        static_cast<size_t>(std::to_chars(suffix + 1, suffix + sizeof(suffix), index).ptr - suffix);
     sink_.Tag(Tag(3, kLength));
-    sink_.Varint(producer.size() + static_cast<size_t>(length));
+    sink_.Varint(producer.size() + length);
     sink_.Raw(producer.data(), producer.size());
-    sink_.Raw(digits, static_cast<size_t>(length));
+    sink_.Raw(suffix, length);
   }
 
   void Desc(const TensorDesc& desc) {

@@ -26,6 +26,11 @@ class NameIndex {
   // Removes that node; true when another node still has its name.
   bool Erase(std::string_view name, size_t hash, const Node* node);
   Node* Find(std::string_view name, size_t hash) const;
+  // Starts loading the slot where a lookup of `hash` begins, for callers that know of a lookup
+  // ahead and have other work to do meanwhile.
+  void Prefetch(size_t hash) const {
+    if (!slots_.empty()) __builtin_prefetch(&slots_[Home(hash)]);
+  }
 
  private:
   struct Slot {

@@ -36,6 +36,26 @@ LegacyNode::~LegacyNode() {
   }
 }
 
+namespace {
+const std::vector<Node*>& NoNodes() {
+  static const std::vector<Node*> none;
+  return none;
+}
+}  // namespace
+
+const std::vector<Node*>& LegacyNode::InControl() const {
+  return control_ != nullptr ? control_->in : NoNodes();
+}
+
+const std::vector<Node*>& LegacyNode::OutControl() const {
+  return control_ != nullptr ? control_->out : NoNodes();
+}
+
+LegacyNode::ControlEdges& LegacyNode::MutableControl() {
+  if (control_ == nullptr) control_ = std::make_unique<ControlEdges>();
+  return *control_;
+}
+
 InDataAnchorPtr LegacyNode::AppendInputAnchor() {
   auto* self = static_cast<Node*>(this);
   inAnchors_.push_back(MakeShared<InDataAnchor>(arena_, self, static_cast<int>(inAnchors_.size())));
@@ -100,13 +120,13 @@ size_t NodeSpec::OutDataEdgeSize() const {
 }
 
 size_t NodeSpec::OutEdgeSize() const {
-  return OutDataEdgeSize() + node_.outControl_.size();
+  return OutDataEdgeSize() + node_.OutControl().size();
 }
 size_t NodeSpec::InControlEdgeSize() const {
-  return node_.inControl_.size();
+  return node_.InControl().size();
 }
 size_t NodeSpec::OutControlEdgeSize() const {
-  return node_.outControl_.size();
+  return node_.OutControl().size();
 }
 
 Node* NodeWalker::OutDataNode(size_t outIndex, size_t edgeIndex) const {
@@ -122,10 +142,10 @@ Node* NodeWalker::InDataNode(size_t inIndex) const {
 }
 
 const std::vector<Node*>& NodeWalker::InControlNodes() const {
-  return node_.inControl_;
+  return node_.InControl();
 }
 const std::vector<Node*>& NodeWalker::OutControlNodes() const {
-  return node_.outControl_;
+  return node_.OutControl();
 }
 
 graphStatus NodeCompatibler::RemoveSpecificInput(size_t index) {

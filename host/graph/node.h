@@ -112,12 +112,20 @@ class LegacyNode {
   InDataAnchorPtr AppendInputAnchor();
   OutDataAnchorPtr AppendOutputAnchor();
 
+  // Control edges, which few nodes have; kept apart so that they cost other nodes one pointer.
+  struct ControlEdges {
+    std::vector<Node*> in;
+    std::vector<Node*> out;
+  };
+  const std::vector<Node*>& InControl() const;
+  const std::vector<Node*>& OutControl() const;
+  ControlEdges& MutableControl();
+
   OpDescPtr opDesc_;
   GraphArena* arena_;  // where the node's anchors live; outlives the node (see GraphArena)
   InAnchorList inAnchors_;
   OutAnchorList outAnchors_;
-  std::vector<Node*> inControl_;
-  std::vector<Node*> outControl_;
+  std::unique_ptr<ControlEdges> control_;
 
   // Bookkeeping of the holding graph.
   ComputeGraph* graph_ = nullptr;

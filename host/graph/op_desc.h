@@ -94,7 +94,7 @@ class OpDesc : public AttrHolder {
   std::string type_;
   std::pmr::vector<std::shared_ptr<TensorDesc>> inputs_;
   std::pmr::vector<std::shared_ptr<TensorDesc>> outputs_;
-  std::pmr::vector<bool> isInputConst_;
+  std::pmr::vector<uint8_t> isInputConst_;  // 0 or 1 each; a byte vector is smaller than bits
 };
 
 using OpDescPtr = std::shared_ptr<OpDesc>;

@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
-#include <memory>
+#include <stdexcept>
 #include <type_traits>
 #include <vector>
 
@@ -22,27 +23,31 @@ class SmallVector {
   using iterator = T*;
   using const_iterator = const T*;
 
-  SmallVector() = default;
-  SmallVector(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
-  explicit SmallVector(const std::vector<T>& values) { assign(values.begin(), values.end()); }
+  SmallVector() : inline_{} {}
+  SmallVector(std::initializer_list<T> values) : SmallVector() {
+    assign(values.begin(), values.end());
+  }
+  explicit SmallVector(const std::vector<T>& values) : SmallVector() {
+    assign(values.begin(), values.end());
+  }
   template <typename It>
-  SmallVector(It first, It last) {
+  SmallVector(It first, It last) : SmallVector() {
     assign(first, last);
   }
-  SmallVector(const SmallVector& other) { assign(other.begin(), other.end()); }
-  SmallVector(SmallVector&& other) noexcept { Take(other); }
+  SmallVector(const SmallVector& other) : SmallVector() { assign(other.begin(), other.end()); }
+  SmallVector(SmallVector&& other) noexcept : SmallVector() { Take(other); }
   SmallVector& operator=(const SmallVector& other) {
     if (this != &other) assign(other.begin(), other.end());
     return *this;
   }
   SmallVector& operator=(SmallVector&& other) noexcept {
     if (this != &other) {
-      heap_.reset();
-      size_ = capacity_ = 0;
+      Release();
       Take(other);
     }
     return *this;
   }
+  ~SmallVector() { Release(); }
 
   template <typename It>
   void assign(It first, It last) {
@@ -50,13 +55,13 @@ class SmallVector {
     size_ = 0;
     Reserve(count);
     std::copy(first, last, data());
-    size_ = count;
+    size_ = static_cast<uint32_t>(count);
   }
 
   size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  T* data() { return heap_ ? heap_.get() : inline_; }
-  const T* data() const { return heap_ ? heap_.get() : inline_; }
+  T* data() { return OnHeap() ? heap_ : inline_; }
+  const T* data() const { return OnHeap() ? heap_ : inline_; }
   T* begin() { return data(); }
   T* end() { return data() + size_; }
   const T* begin() const { return data(); }
@@ -78,17 +83,26 @@ class SmallVector {
   friend bool operator!=(const std::vector<T>& a, const SmallVector& b) { return !(b == a); }
 
  private:
-  size_t Capacity() const { return heap_ ? capacity_ : N; }
+  // The heap pointer shares its bytes with the inline elements: a capacity of 0 means inline.
+  bool OnHeap() const { return capacity_ != 0; }
+  size_t Capacity() const { return OnHeap() ? capacity_ : N; }
   void Reserve(size_t count) {
     if (count <= Capacity()) return;
-    std::unique_ptr<T[]> grown(new T[count]);
-    if (size_ > 0) std::memcpy(grown.get(), data(), size_ * sizeof(T));
-    heap_ = std::move(grown);
-    capacity_ = count;
+    if (count > UINT32_MAX) throw std::length_error("SmallVector: too many elements");
+    T* grown = new T[count];
+    if (size_ > 0) std::memcpy(grown, data(), size_ * sizeof(T));
+    Release();
+    heap_ = grown;
+    capacity_ = static_cast<uint32_t>(count);
   }
+  void Release() {
+    if (OnHeap()) delete[] heap_;
+    capacity_ = 0;
+  }
+  // Leaves `other` empty and inline; this one must hold no heap storage.
   void Take(SmallVector& other) {
-    if (other.heap_) {
-      heap_ = std::move(other.heap_);
+    if (other.OnHeap()) {
+      heap_ = other.heap_;
       capacity_ = other.capacity_;
     } else if (other.size_ > 0) {
       std::memcpy(inline_, other.inline_, other.size_ * sizeof(T));
@@ -97,10 +111,12 @@ class SmallVector {
     other.size_ = other.capacity_ = 0;
   }
 
-  T inline_[N] = {};
-  std::unique_ptr<T[]> heap_;
-  size_t size_ = 0;
-  size_t capacity_ = 0;
+  union {
+    T inline_[N];
+    T* heap_;
+  };
+  uint32_t size_ = 0;
+  uint32_t capacity_ = 0;
 };
 
 }  // namespace tov

@@ -1,6 +1,7 @@
 // How a graph keeps its nodes, edges and attributes: the name index under heavy churn, edges of
-// outputs with many consumers, objects held past the graph, long shapes and lists, forward
-// references in a loaded model, and attribute names interned from several threads.
+// outputs with many consumers, objects held past the graph, long shapes and lists, shape copies
+// and moves, forward references and distant producers in a loaded model, and attribute names
+// interned from several threads.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -140,6 +141,35 @@ TEST(GraphStorageTest, LongShapesAndListsSurviveCopiesEditsAndASaveLoadRoundTrip
   EXPECT_EQ(again.GetOpDesc()->GetOutputDesc(0).GetShape(), shape);
 }
 
+// Every way of copying or moving a shape between inline and heap storage keeps the values and
+// leaves a moved-from shape empty but usable.
+TEST(GraphStorageTest, ShapesCopyAndMoveAcrossInlineAndHeapStorage) {
+  const auto dims = [](size_t count) {
+    std::vector<int64_t> values(count);
+    for (size_t i = 0; i < count; ++i) values[i] = static_cast<int64_t>(i * 7 + 1);
+    return values;
+  };
+  const size_t sizes[] = {0, 3, 8, 9, 20};
+  for (size_t from : sizes) {
+    for (size_t to : sizes) {
+      SCOPED_TRACE(std::to_string(from) + " dimensions over " + std::to_string(to));
+      const tov::Shape source(dims(from));
+      tov::Shape copied(dims(to));
+      copied = source;
+      EXPECT_EQ(copied.GetDims(), dims(from));
+      tov::Shape moved(dims(to));
+      tov::Shape donor = source;
+      moved = std::move(donor);
+      EXPECT_EQ(moved.GetDims(), dims(from));
+      EXPECT_EQ(donor.GetDimNum(), 0u);  // NOLINT: moved-from state is specified
+      donor = tov::Shape(dims(to));
+      EXPECT_EQ(donor.GetDims(), dims(to));
+      tov::Shape constructed(std::move(moved));
+      EXPECT_EQ(constructed.GetDims(), dims(from));
+    }
+  }
+}
+
 // Ops may name producers listed after them; edges keep their input positions and the graph its
 // order, and only such a model needs the cycle check.
 TEST(GraphStorageTest, ForwardReferencesConnectOnceEveryOpIsIn) {
@@ -153,6 +183,27 @@ TEST(GraphStorageTest, ForwardReferencesConnectOnceEveryOpIsIn) {
   EXPECT_EQ(NodeNames(*graph), (Names{"sum", "ctl", "a", "b"}));
   EXPECT_EQ(ProducersOf(*graph->FindNode("sum")), (Names{"a", "b"}));
   EXPECT_EQ(graph->FindNode("ctl")->RoleNodeWalker().InControlNodes().size(), 1u);
+}
+
+// Producers added long before their consumers, among thousands of others, are found as surely
+// as the ones just added.
+TEST(GraphStorageTest, ProducersFarBackInALongModelAreFound) {
+  ModelBuilder model;
+  const int count = 3000;
+  for (int i = 0; i < count; ++i) model.Data("d" + std::to_string(i));
+  const int firsts[] = {0, 1, 1499, 2998};
+  for (int first : firsts) {
+    const std::string a = "d" + std::to_string(first);
+    const std::string b = "d" + std::to_string(count - 1 - first);
+    model.Op("sum" + a, "Add").Input(a).Input(b).InputDesc({1}).InputDesc({1}).Output();
+  }
+  auto graph = model.LoadGraph();
+  ASSERT_NE(graph, nullptr);
+  for (int first : firsts) {
+    const std::string a = "d" + std::to_string(first);
+    EXPECT_EQ(ProducersOf(*graph->FindNode("sum" + a)),
+              (Names{a, "d" + std::to_string(count - 1 - first)}));
+  }
 }
 
 TEST(GraphStorageTest, AttributeNamesInternedFromSeveralThreadsAreOneName) {

@@ -330,13 +330,47 @@ Status ConvertDataNode(const ParserOptions& options, tov::Node& node) {
 // ---------------------------------------------------------------------------------------------
 // Node conversion
 
+// What the conversion pass does with every node of one source type, looked up once per type
+// rather than in four tables per node.
+struct TypePlan {
+  const OrvaneOpParserFunc* converter = nullptr;  // the operator's own converter, if any
+  const std::string* hostType = nullptr;          // the plain rename; null for unknown types
+  const std::map<std::string, std::string>* renames = nullptr;
+  const std::vector<std::string>* useless = nullptr;
+};
+
+template <typename Table>
+const typename Table::mapped_type* Lookup(const Table& table, const std::string& key) {
+  const auto found = table.find(key);
+  return found == table.end() ? nullptr : &found->second;
+}
+
+// The plans of the types seen so far in one pass.
+class TypePlans {
+ public:
+  const TypePlan& For(const std::string& opType) {
+    const auto found = plans_.find(opType);
+    if (found != plans_.end()) {
+      return found->second;
+    }
+    TypePlan plan;
+    plan.converter = Lookup(GetParserFuncMap(), opType);
+    plan.hostType = Lookup(ORVANE_OP_MAP, opType);
+    plan.renames = Lookup(ATTR_CONVERT_MAP, opType);
+    plan.useless = Lookup(USELESS_ATTR_MAP, opType);
+    return plans_.emplace(opType, plan).first->second;
+  }
+
+ private:
+  std::unordered_map<std::string, TypePlan> plans_;
+};
+
 // Moves attributes to their host names. A missing source attribute is skipped.
-Status TranslateAttrNames(tov::OpDesc& opDesc, const std::string& opType) {
-  const auto renames = ATTR_CONVERT_MAP.find(opType);
-  if (renames == ATTR_CONVERT_MAP.end()) {
+Status TranslateAttrNames(tov::OpDesc& opDesc, const TypePlan& plan) {
+  if (plan.renames == nullptr) {
     return SUCCESS;
   }
-  for (const auto& rename : renames->second) {
+  for (const auto& rename : *plan.renames) {
     tov::AttrValue value;
     if (opDesc.GetAttr(rename.first, value) != SUCCESS) {
       continue;
@@ -353,13 +387,23 @@ Status TranslateAttrNames(tov::OpDesc& opDesc, const std::string& opType) {
   return SUCCESS;
 }
 
-void DeleteUnusedAttrs(tov::OpDesc& opDesc, const std::string& opType) {
-  for (const char* name : kBookkeepingAttrs) {
-    (void)opDesc.DelAttr(name);
+void DeleteUnusedAttrs(tov::OpDesc& opDesc, const TypePlan& plan) {
+  // Every bookkeeping name starts with '_'; most nodes have no such attribute, so one look at
+  // the names spares a search per bookkeeping name.
+  bool mayHaveBookkeeping = false;
+  for (const auto& attr : opDesc.GetAllAttrs()) {
+    if (!attr.first.empty() && attr.first[0] == '_') {
+      mayHaveBookkeeping = true;
+      break;
+    }
   }
-  const auto useless = USELESS_ATTR_MAP.find(opType);
-  if (useless != USELESS_ATTR_MAP.end()) {
-    for (const std::string& name : useless->second) {
+  if (mayHaveBookkeeping) {
+    for (const char* name : kBookkeepingAttrs) {
+      (void)opDesc.DelAttr(name);
+    }
+  }
+  if (plan.useless != nullptr) {
+    for (const std::string& name : *plan.useless) {
       (void)opDesc.DelAttr(name);
     }
   }
@@ -367,44 +411,46 @@ void DeleteUnusedAttrs(tov::OpDesc& opDesc, const std::string& opType) {
 
 // Converts one node: graph inputs first, then the common attribute clean-up, then either the
 // operator's own converter or a plain change of type.
-Status ConvertNode(const ParserOptions& options, tov::ComputeGraph& graph, tov::Node& node) {
-  // A copy: the converter may replace the node, and the type changes at the last step.
-  const std::string opType = node.ROLE(NodeSpec).Type();
-  if (opType == kDataType) {
+Status ConvertNode(const ParserOptions& options, tov::ComputeGraph& graph, tov::Node& node,
+                   TypePlans& plans) {
+  // Taken before anything changes: the converter may replace the node, and the type changes at
+  // the last step.
+  const TypePlan& plan = plans.For(node.ROLE(NodeSpec).Type());
+  if (node.ROLE(NodeSpec).Type() == kDataType) {
     const Status ret = ConvertDataNode(options, node);
     if (ret != SUCCESS) {
       return ret;
     }
   }
   tov::OpDesc& opDesc = node.ROLE(NodeSpec).OpDesc();
-  (void)tov::AttrUtils::SetInt(opDesc, kVersionAttr, kVersion);
-  const Status ret = TranslateAttrNames(opDesc, opType);
+  static const tov::AttrName versionName = tov::AttrName::Intern(kVersionAttr);
+  (void)opDesc.SetAttr(versionName, tov::AttrValue::CreateFrom(kVersion));
+  const Status ret = TranslateAttrNames(opDesc, plan);
   if (ret != SUCCESS) {
     return ret;
   }
-  DeleteUnusedAttrs(opDesc, opType);
+  DeleteUnusedAttrs(opDesc, plan);
 
-  const std::map<std::string, OrvaneOpParserFunc>& converters = GetParserFuncMap();
-  const auto converter = converters.find(opType);
-  if (converter != converters.end()) {
-    return converter->second(node, graph);
+  if (plan.converter != nullptr) {
+    return (*plan.converter)(node, graph);
   }
   // The support check refuses unknown types before this pass runs, so one arriving here is our
   // own fault: report it rather than hand the host a node it cannot know.
-  const auto hostType = ORVANE_OP_MAP.find(opType);
-  if (hostType == ORVANE_OP_MAP.end()) {
+  if (plan.hostType == nullptr) {
     OV_LOG_FALSE("ConvertNodesAttrInfo", 542, "ORVANE_OP_MAP.find(opType) != ORVANE_OP_MAP.end()");
     return FAILED;
   }
-  opDesc.SetType(hostType->second);
+  opDesc.SetType(*plan.hostType);
   return SUCCESS;
 }
 
 Status ConvertNodesAttrInfo(const ParserOptions& options, tov::ComputeGraph& graph) {
+  TypePlans plans;
   return graph.ROLE(GraphListWalker)
-      .WalkAllNodesModifiable(
-          [](tov::Node&) { return true; },
-          [&options, &graph](tov::Node& node) { return ConvertNode(options, graph, node); });
+      .WalkAllNodesModifiable([](tov::Node&) { return true; },
+                              [&options, &graph, &plans](tov::Node& node) {
+                                return ConvertNode(options, graph, node, plans);
+                              });
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -427,7 +473,8 @@ Status SetOutputNodeInferredFormat(const ParserOptions& options, tov::ComputeGra
     const tov::NodeSpec& spec = node.ROLE(NodeSpec);
     tov::OpDesc& opDesc = spec.OpDesc();
     if (options.outputNodes.empty()) {
-      if (spec.InDataEdgeSize() > 0 && spec.OutDataEdgeSize() == 0) {
+      // Outputs first: most nodes have consumers, and a node has fewer outputs than inputs.
+      if (spec.OutDataEdgeSize() == 0 && spec.InDataEdgeSize() > 0) {
         SetNodeInferredFormat(opDesc, outputIndex++, options.outputFormats);
       }
       return SUCCESS;
