@@ -3,14 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <optional>
 #include <set>
-#include <string>
 
 #include "conversion_diff.h"
+#include "files.h"
 #include "graph_view.h"
 #include "model_builder.h"
 #include "report_data.h"
@@ -24,15 +20,8 @@ extern "C" const char* __lsan_default_suppressions() {
 namespace {
 
 using nlohmann::json;
-using testkit::ModelBuilder;
-using tesu::cli::report::AddSummary;
-using tesu::cli::report::BuildReportBody;
-using tesu::cli::report::CompareGraphs;
-using tesu::cli::report::GraphView;
-using tesu::cli::report::PictureLimits;
-using tesu::cli::report::RunFacts;
-using tesu::cli::report::SourceViewOf;
-using tesu::cli::report::ViewOf;
+using namespace testkit;
+using namespace tesu::cli::report;
 
 // Positions in a node entry of the data.
 enum Field { kName, kMark, kBefore, kAfter, kChanges };
@@ -91,9 +80,8 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
            const PictureLimits& limits = {}) {
   std::optional<GraphView> after;
   if (converted) after = ViewOf(*Converted().LoadGraph());
-  tesu::cli::report::PageData body =
-      BuildReportBody(tesu::cli::report::PrepareSource(SourceViewOf(Source().Bytes())),
-                      std::move(after), checkReport, limits);
+  PageData body = BuildReportBody(PrepareSource(SourceViewOf(Source().Bytes())), std::move(after),
+                                  checkReport, limits);
   AddSummary(body, run);
   json data = body.object;
   for (const auto& member : body.written) {
@@ -169,10 +157,7 @@ TEST(ReportDataTest, SaysWhatConversionDidToEachNode) {
   // Source nodes keep graph order; nodes only the converted graph has come last.
   EXPECT_EQ(data["nodes"].front()[kName], "data");
   EXPECT_EQ(data["nodes"].back()[kName], "mean_weight_1");
-}
-
-TEST(ReportDataTest, KeepsBothSidesOfEveryNode) {
-  const json data = Build(RunFacts(), true);
+  // Both sides of each node: type, attributes and inputs.
   const json& mm = *NodeNamed(data, "mm");
   EXPECT_EQ(mm[kBefore],
             json::array({"MatMul", "_opt_input\t\"x\"\ntranspose_a\tfalse\ntranspose_b\ttrue\n",
@@ -285,8 +270,7 @@ TEST(ReportDataTest, LargeGraphsAreDrawnAroundTheMostChangedNodes) {
 // The README's operator table says which converters replace their node; the report must agree,
 // since it tells replacements from in-place conversions by the source type.
 TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
-  std::ifstream readme(TESU_README_PATH);
-  const std::string all{std::istreambuf_iterator<char>(readme), std::istreambuf_iterator<char>()};
+  const std::string all = ReadFile(TESU_README_PATH);
   const size_t begin = all.find("<!-- operators:begin -->");
   const std::string text = all.substr(begin, all.find("<!-- operators:end -->") - begin);
   size_t rows = 0;
@@ -296,7 +280,7 @@ TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
     const bool replaced = line.find("yes: replaced") != std::string::npos ||
                           line.find("yes: as BatchNorm") != std::string::npos ||
                           line.find("yes: as Concat") != std::string::npos;
-    EXPECT_EQ(tesu::cli::report::IsReplacedByItsConverter(type), replaced) << line;
+    EXPECT_EQ(IsReplacedByItsConverter(type), replaced) << line;
     ++rows;
   }
   EXPECT_GT(rows, 30u);
@@ -307,7 +291,7 @@ std::map<std::string, std::string> ChangesByName(const ModelBuilder& source,
                                                  const ModelBuilder& converted) {
   const GraphView before = SourceViewOf(source.Bytes());
   const GraphView after = ViewOf(*converted.LoadGraph());
-  const tesu::cli::report::Comparison comparison = CompareGraphs(before, &after);
+  const Comparison comparison = CompareGraphs(before, &after);
   std::map<std::string, std::string> changes;
   for (const auto& row : comparison.rows) {
     changes[std::string(row.Name())] += std::string(comparison.changes[row.changes]);
@@ -342,10 +326,6 @@ TEST(ReportDataTest, NodesThatConvertAlikeKeepTheirOwnInputChanges) {
   EXPECT_EQ(ChangesByName(source, reordered), expected);
 }
 
-}  // namespace
-
-namespace {
-
 // A text of the arena or the index: long ones outgrow a block of the arena.
 std::string NthText(size_t i) {
   return i % 1000 == 999 ? std::string(300000, static_cast<char>('a' + i % 26))
@@ -355,15 +335,15 @@ std::string NthText(size_t i) {
 // The name index and the text tables grow as texts come; every text keeps the number it was
 // first given, and texts longer than a block of the arena are kept whole.
 TEST(GraphViewTest, IndexAndArenaKeepEveryText) {
-  tesu::cli::report::TextArena arena;
-  tesu::cli::report::TextIndex index;
+  TextArena arena;
+  TextIndex index;
   std::vector<std::string_view> texts;
   for (uint32_t i = 0; i < 5000; ++i) {
     texts.push_back(arena.Copy(NthText(i)));
     ASSERT_EQ(index.Insert(texts.back(), i), i);
   }
   EXPECT_EQ(index.Insert(texts[7], 99999), 7u) << "a text keeps its first number";
-  EXPECT_EQ(index.Find("n5000"), tesu::cli::report::TextIndex::kNone);
+  EXPECT_EQ(index.Find("n5000"), TextIndex::kNone);
   for (uint32_t i = 0; i < texts.size(); ++i) {
     ASSERT_EQ(texts[i], NthText(i));
     ASSERT_EQ(index.Find(NthText(i)), i);
