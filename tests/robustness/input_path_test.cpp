@@ -7,7 +7,9 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -16,8 +18,6 @@
 #include "model_builder.h"
 
 namespace {
-
-using namespace testkit;
 
 namespace fs = std::filesystem;
 
@@ -43,24 +43,24 @@ class FifoRelease {
   std::thread thread_;
 };
 
-class InputPathTest : public CliTest {
+class InputPathTest : public testkit::CliTest {
  protected:
   void SetUp() override {
-    ModelBuilder model;
+    testkit::ModelBuilder model;
     model.Data("in");
     model.Unary("abs", "Abs", "in");
-    WriteFile(Path("model.pb"), model.Bytes());
-    WriteFile(Path("file"), "x");
-    WriteFile(Path("empty"), "");
+    testkit::WriteFile(Path("model.pb"), model.Bytes());
+    testkit::WriteFile(Path("file"), "x");
+    testkit::WriteFile(Path("empty"), "");
     // Ten bytes with the top bit set are no field tag.
-    WriteFile(Path("garbage"), std::string(65536, '\xff'));
+    testkit::WriteFile(Path("garbage"), std::string(65536, '\xff'));
     fs::create_directory(Path("dir"));
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     fs::create_symlink(Path("missing"), Path("dangling"));
     fs::create_symlink(Path("loop_a"), Path("loop_b"));
     fs::create_symlink(Path("loop_b"), Path("loop_a"));
     // Sparse: one byte more than a model may have, without writing 2 GiB.
-    WriteFile(Path("huge"), "");
+    testkit::WriteFile(Path("huge"), "");
     fs::resize_file(Path("huge"), tov::kMaxModelBytes + 1);
     inputs_ = Files();
   }
@@ -109,8 +109,8 @@ TEST_F(InputPathTest, JsonModelsBeyondTheLimitsAreRefusedBeforeProtobufParsesThe
       {"many.json", 1, "the model has more than 4000000 nodes"},
       {"deep.json", 1, "the JSON nests deeper than 32 levels"},
   };
-  WriteFile(Path("many.json"), R"({"graph": [{"op": [)" + ops + "]}]}");
-  WriteFile(Path("deep.json"), R"({"attr": {"a": )" + tooDeep + "}}");
+  testkit::WriteFile(Path("many.json"), R"({"graph": [{"op": [)" + ops + "]}]}");
+  testkit::WriteFile(Path("deep.json"), R"({"attr": {"a": )" + tooDeep + "}}");
   for (const PathCase& c : cases) {
     const auto r = Run({"--model", Path(c.path), "--output", Path("o.pb")});
     EXPECT_EQ(r.exitCode, c.exitCode) << r.err;

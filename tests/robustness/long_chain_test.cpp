@@ -3,10 +3,12 @@
 // walks, the converters, releasing the graph) must be iterative; a recursive one overflows the
 // stack long before the end of the chain.
 #include <cstddef>
+#include <string>
 
 #include <gtest/gtest.h>
 
 #include "graph/attr_utils.h"
+#include "model_builder.h"
 #include "parse.h"
 
 #ifndef TESU_LONG_CHAIN_NODES
@@ -15,11 +17,9 @@
 
 namespace {
 
-using namespace testkit;
-
 TEST(LongChain, ReluChainOfAMillionParses) {
   constexpr size_t kRelus = TESU_LONG_CHAIN_NODES;
-  ModelBuilder model;
+  testkit::ModelBuilder model;
   model.Data("x", {1});
   std::string previous = "x";
   for (size_t i = 0; i < kRelus; ++i) {
@@ -28,14 +28,14 @@ TEST(LongChain, ReluChainOfAMillionParses) {
     previous = std::move(name);
   }
   const std::string bytes = model.Bytes();
-  model = ModelBuilder();  // the message is not needed during the parse
+  model = testkit::ModelBuilder();  // the message is not needed during the parse
 
-  const auto outcome = ParseBytes(bytes);
+  const auto outcome = testkit::ParseBytes(bytes);
   ASSERT_EQ(outcome.status, 0u);
   const auto graph = outcome.graph;
   ASSERT_NE(graph, nullptr);
   EXPECT_EQ(graph->GetNodesSize(), kRelus + 1);
-  EXPECT_EQ(CountByType(*graph, "Activation"), kRelus);
+  EXPECT_EQ(testkit::CountByType(*graph, "Activation"), kRelus);
   // Only the end of the chain is a graph output.
   int64_t format = -1;
   EXPECT_TRUE(
