@@ -5,10 +5,7 @@
 
 #include <cstddef>
 #include <new>
-#include <string>
-#include <vector>
 
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
@@ -56,8 +53,7 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
 
 namespace {
 
-using testkit::Ints;
-using testkit::Quoted;
+using namespace testkit;
 
 constexpr int kUnlimited = -1;
 const char* const kNullAddr = "param[\"addr\"] must not be null.";
@@ -90,31 +86,31 @@ TEST(ConverterAllocationFailure, IsReportedWithItsStatusAndLine) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.line);
     const bool batchNorm = std::string(row.type) == "BatchNorm";
-    testkit::ModelBuilder model;
+    ModelBuilder model;
     model.Data("x");
     for (const char* name : {"p0", "p1", "p2", "p3"}) model.ConstInt32(name, {1});
-    testkit::OpBuilder op = model.Unary("n", row.type, "x");
+    OpBuilder op = model.Unary("n", row.type, "x");
     op.Attr("axes", Ints{1}).Attr("block_shape", Ints{2, 2}).Attr("crops", Ints{0, 0, 0, 0});
     op.Input("p0");
     if (batchNorm) op.Input("p1").Input("p2").Input("p3");
-    auto graph = testkit::Load(model);
-    const testkit::Names namesBefore = testkit::NodeNames(*graph);
+    auto graph = Load(model);
+    const Names namesBefore = NodeNames(*graph);
 
-    testkit::LogCapture log;
+    LogCapture log;
     uint32_t status = 0;
     {
       ExhaustedHeap heap(row.objects, row.arrays);
-      status = testkit::Convert(*graph, "n");
+      status = Convert(*graph, "n");
     }
     EXPECT_EQ(status, row.status);
-    testkit::ExpectOnlyLine(log, "AI_FMK", testkit::UtilLine(row.function, row.line, row.message));
-    EXPECT_EQ(testkit::NodeNames(*graph), namesBefore);
-    EXPECT_EQ(testkit::WeightsOf(*graph, "n").size(), batchNorm ? 4u : 1u);
+    ExpectOnlyLine(log, "AI_FMK", UtilLine(row.function, row.line, row.message));
+    EXPECT_EQ(NodeNames(*graph), namesBefore);
+    EXPECT_EQ(WeightsOf(*graph, "n").size(), batchNorm ? 4u : 1u);
   }
 }
 
 TEST(ParserCreatorAllocationFailure, YieldsNoParserAndNoLog) {
-  testkit::LogCapture log;
+  LogCapture log;
   std::shared_ptr<tesu::ModelParser> parser;
   {
     ExhaustedHeap heap(0, kUnlimited);

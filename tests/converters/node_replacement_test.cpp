@@ -4,23 +4,14 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 #include <ostream>
-#include <string>
-#include <vector>
 
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::Convert;
-using testkit::Desc;
-using testkit::Ints;
-using testkit::Names;
-using testkit::Quoted;
-using testkit::UtilLine;
-using Edit = std::function<void(testkit::OpBuilder&)>;
+using namespace testkit;
+using Edit = std::function<void(OpBuilder&)>;
 
 Names Numbered(const std::string& prefix, size_t count) {
   Names names;
@@ -32,19 +23,23 @@ bool IsBatchNorm(const std::string& type) {
   return type.rfind("BatchNorm", 0) == 0;
 }
 
+std::string FunctionOf(const std::string& type) {
+  return IsBatchNorm(type) ? "BatchNormParserFunc" : "ConcatParserFunc";
+}
+
 // Data x0..x2, then n of `type` fed by `inputs`: an input named p<i> is a FLOAT constant, one
 // named "axis" an INT32 constant holding `axis`; then `consumers` Relu nodes c0, c1, ... fed by
 // n's output 0.
 std::shared_ptr<tov::ComputeGraph> ReplacementGraph(
     const std::string& type, const Names& inputs, size_t consumers,
     const std::vector<int32_t>& axis, const Edit& edit = [](auto&) {}) {
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   for (const std::string& data : Numbered("x", 3)) model.Data(data);
   for (const std::string& input : inputs) {
     if (input[0] == 'p') model.ConstFloat(input, {1.0f}, {1});
     if (input == "axis") model.ConstInt32(input, axis, axis.empty() ? Ints{0} : Ints{});
   }
-  testkit::OpBuilder op = model.Op("n", type);
+  OpBuilder op = model.Op("n", type);
   std::vector<bool> flags;
   for (const std::string& input : inputs) {
     op.Input(input);
@@ -53,7 +48,7 @@ std::shared_ptr<tov::ComputeGraph> ReplacementGraph(
   op.InputConst(flags).Output({1, 3, 8, 8}).Attr("carried", "no");
   edit(op);
   for (const std::string& consumer : Numbered("c", consumers)) model.Unary(consumer, "Relu", "n");
-  return testkit::Load(model);
+  return Load(model);
 }
 
 const Names kBatchNormInputs = {"x0", "p0", "p1", "p2", "p3"};
@@ -74,19 +69,19 @@ TEST_P(NodeReplacement, TakesOverPlaceProducersAndConsumers) {
   const bool batchNorm = IsBatchNorm(GetParam().type);
   const Names inputs = batchNorm ? kBatchNormInputs : Names{"x0", "x1", "x2", "axis"};
   auto graph = ReplacementGraph(GetParam().type, inputs, GetParam().consumers, {1});
-  Names names = testkit::NodeNames(*graph);
+  Names names = NodeNames(*graph);
   names.erase(std::remove(names.begin(), names.end(), "axis"), names.end());
 
   ASSERT_EQ(Convert(*graph, "n"), 0u);
-  EXPECT_EQ(testkit::NodeNames(*graph), names);
+  EXPECT_EQ(NodeNames(*graph), names);
   const tov::OpDesc& desc = Desc(*graph, "n");
   EXPECT_EQ(desc.GetType(), batchNorm ? "BNInference" : "ConcatD");
   EXPECT_EQ(desc.GetOutputsSize(), 1u);
   EXPECT_EQ(desc.GetOutputDesc(0), tov::TensorDesc());
   EXPECT_EQ(desc.GetInputDesc(0), tov::TensorDesc());
-  const tov::Node& node = testkit::NodeOf(*graph, "n");
-  EXPECT_EQ(testkit::ProducersOf(node), (batchNorm ? inputs : Names{"x0", "x1", "x2"}));
-  EXPECT_EQ(testkit::ConsumersOf(node), Numbered("c", GetParam().consumers));
+  const tov::Node& node = NodeOf(*graph, "n");
+  EXPECT_EQ(ProducersOf(node), (batchNorm ? inputs : Names{"x0", "x1", "x2"}));
+  EXPECT_EQ(ConsumersOf(node), Numbered("c", GetParam().consumers));
   const std::vector<bool> flags{false, true, true, true, true};
   EXPECT_EQ(desc.GetIsInputConst(), batchNorm ? flags : std::vector<bool>{});
 }
@@ -129,7 +124,7 @@ TEST(NodeReplacement, NewNodeGetsItsOwnAttributes) {
     SCOPED_TRACE(row.attrs);
     auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis, row.edit);
     ASSERT_EQ(Convert(*graph, "n"), 0u);
-    EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")), row.attrs);
+    EXPECT_EQ(AttrsText(Desc(*graph, "n")), row.attrs);
   }
 }
 
@@ -160,12 +155,9 @@ TEST(NodeReplacement, RefusesUnusableInputsWithoutTouchingTheGraph) {
     SCOPED_TRACE(row.message);
     auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis,
                                   [&](auto& op) { op.Attr("is_training", row.training); });
-    const Names namesBefore = testkit::NodeNames(*graph);
-    testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "n"), row.status);
-    const char* function = IsBatchNorm(row.type) ? "BatchNormParserFunc" : "ConcatParserFunc";
-    testkit::ExpectOnlyLine(log, "AI_FMK", UtilLine(function, row.line, row.message));
-    EXPECT_EQ(testkit::NodeNames(*graph), namesBefore);
+    const Names namesBefore = NodeNames(*graph);
+    ExpectConvertRefused(*graph, row.status, FunctionOf(row.type), row.line, row.message);
+    EXPECT_EQ(NodeNames(*graph), namesBefore);
     EXPECT_EQ(Desc(*graph, "n").GetType(), row.type);
   }
 }
@@ -187,16 +179,13 @@ TEST(NodeReplacement, MissingEdgeEndsTheReplacementHalfway) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.line);
-    auto graph = ReplacementGraph(row.type, row.inputs, 0, {1}, [&](testkit::OpBuilder& op) {
+    auto graph = ReplacementGraph(row.type, row.inputs, 0, {1}, [&](OpBuilder& op) {
       if (row.unconnected) op.Def().set_input(0, "");
       if (!row.unconnected) op.Def().clear_output_desc();
     });
-    testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "n"), 1u);
-    const char* function = IsBatchNorm(row.type) ? "BatchNormParserFunc" : "ConcatParserFunc";
-    testkit::ExpectOnlyLine(log, "AI_FMK", UtilLine(function, row.line, Quoted(row.message)));
+    ExpectConvertRefused(*graph, 1, FunctionOf(row.type), row.line, Quoted(row.message));
     EXPECT_EQ(Desc(*graph, "n").GetType(), row.type);
-    EXPECT_EQ(testkit::CountByType(*graph, IsBatchNorm(row.type) ? "BNInference" : "ConcatD"), 1u);
+    EXPECT_EQ(CountByType(*graph, IsBatchNorm(row.type) ? "BNInference" : "ConcatD"), 1u);
   }
 }
 

@@ -2,21 +2,11 @@
 // converter registry keeps its first registration.
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::AttrOf;
-using testkit::Convert;
-using testkit::Desc;
-using testkit::Ints;
-using testkit::Quoted;
-using testkit::UtilLine;
+using namespace testkit;
 
 // One attribute change: erased, then set to `text` or `list` when given.
 struct AttrEdit {
@@ -30,14 +20,14 @@ struct AttrEdit {
 std::shared_ptr<tov::ComputeGraph> Graph(const std::string& type,
                                          const std::vector<AttrEdit>& edits,
                                          const std::vector<Ints>& weightShapes = {}) {
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Data("x");
   for (size_t i = 0; i < weightShapes.size(); ++i) {
     size_t count = 1;
     for (int64_t dim : weightShapes[i]) count *= static_cast<size_t>(dim);
     model.ConstFloat("w" + std::to_string(i), std::vector<float>(count, 1.0f), weightShapes[i]);
   }
-  testkit::OpBuilder op = model.Op("n", type).Input("x").Output();
+  OpBuilder op = model.Op("n", type).Input("x").Output();
   for (size_t i = 0; i < weightShapes.size(); ++i) op.Input("w" + std::to_string(i));
   if (type == "MaxPool") {
     op.Attr("ksize", Ints{1, 3, 3, 1}).Attr("strides", Ints{1, 2, 2, 1});
@@ -50,7 +40,7 @@ std::shared_ptr<tov::ComputeGraph> Graph(const std::string& type,
     if (edit.text != nullptr) op.Attr(edit.name, edit.text);
     if (!edit.list.empty()) op.Attr(edit.name, edit.list);
   }
-  return testkit::Load(model);
+  return Load(model);
 }
 
 TEST(SpatialPair, PoolingAndConvolutionKeepHeightAndWidthOfTheFormat) {
@@ -79,7 +69,7 @@ TEST(MaxPoolConverter, WritesPoolingAttributesAndDropsTheSourceOnes) {
   auto graph = Graph("MaxPool", {});
   ASSERT_EQ(Convert(*graph, "n"), 0u);
   EXPECT_EQ(Desc(*graph, "n").GetType(), "PoolingD");
-  EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
+  EXPECT_EQ(AttrsText(Desc(*graph, "n")),
             "ceil_mode=0 data_mode=1 global_pooling=false mode=0 pad=[0,0,0,0] pad_mode=6 "
             "stride=[2,2] window=[3,3]");
 
@@ -87,7 +77,7 @@ TEST(MaxPoolConverter, WritesPoolingAttributesAndDropsTheSourceOnes) {
   Desc(*graph, "n").SetAttr("ceil_mode", tov::AttrValue::CreateFrom(int64_t{1}));
   Desc(*graph, "n").SetAttr("global_pooling", tov::AttrValue::CreateFrom(true));
   ASSERT_EQ(Convert(*graph, "n"), 0u);
-  EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
+  EXPECT_EQ(AttrsText(Desc(*graph, "n")),
             "ceil_mode=1 data_mode=1 global_pooling=true mode=0 pad=[1,1,1,1] pad_mode=5 "
             "stride=[2,2] window=[3,3]");
 }
@@ -99,10 +89,10 @@ TEST(ConvConverter, ConvolutionKeepsGroupsOrDefaultsThemAndReplacesPadMode) {
     Desc(*graph, "n").SetAttr("pad_mode", tov::AttrValue::CreateFrom(int64_t{3}));
     ASSERT_EQ(Convert(*graph, "n"), 0u);
     EXPECT_EQ(Desc(*graph, "n").GetType(), "Convolution");
-    EXPECT_EQ(testkit::AttrsText(Desc(*graph, "n")),
+    EXPECT_EQ(AttrsText(Desc(*graph, "n")),
               "dilations=[2,2] groups=" + std::to_string(groups != 0 ? groups : 1) +
                   " pad_mode=0 strides=[1,1]");
-    EXPECT_EQ(testkit::WeightsOf(*graph, "n")[0]->GetTensorDesc().GetShape().GetDim(0), 8);
+    EXPECT_EQ(WeightsOf(*graph, "n")[0]->GetTensorDesc().GetShape().GetDim(0), 8);
   }
 }
 
@@ -134,10 +124,8 @@ TEST(PoolAndConvConverters, RefuseIncompleteOrUnknownAttributes) {
     SCOPED_TRACE(row.line);
     const bool pool = std::string(row.type) == "MaxPool";
     auto graph = Graph(row.type, {row.edit});
-    testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "n"), 1u);
-    const char* function = pool ? "OrvaneMaxPoolParserFunc" : "ConvParserFunc";
-    testkit::ExpectOnlyLine(log, "AI_FMK", UtilLine(function, row.line, Quoted(row.message)));
+    ExpectConvertRefused(*graph, 1, pool ? "OrvaneMaxPoolParserFunc" : "ConvParserFunc", row.line,
+                         Quoted(row.message));
     EXPECT_EQ(Desc(*graph, "n").GetType(), pool ? "PoolingD" : "Conv2D");
     EXPECT_EQ(Desc(*graph, "n").HasAttr("window"), pool && row.line == 417);
   }
@@ -152,12 +140,9 @@ TEST(ConvConverter, DepthwiseRefusesAnythingButOneFourDimensionalWeight) {
   for (const auto& [weights, expected] : rows) {
     SCOPED_TRACE(expected.second);
     auto graph = Graph("DepthwiseConv2D", {}, weights);
-    testkit::LogCapture log;
-    EXPECT_EQ(Convert(*graph, "n"), 3u);
-    testkit::ExpectOnlyLine(log, "AI_FMK",
-                            UtilLine("ConvParserFunc", expected.first, Quoted(expected.second)));
+    ExpectConvertRefused(*graph, 3, "ConvParserFunc", expected.first, Quoted(expected.second));
     EXPECT_EQ(Desc(*graph, "n").GetType(), "DepthwiseConv2D");
-    for (const auto& weight : testkit::WeightsOf(*graph, "n")) {
+    for (const auto& weight : WeightsOf(*graph, "n")) {
       EXPECT_EQ(weight->GetTensorDesc().GetShape().GetDims()[0], weights[0][0]);
     }
   }

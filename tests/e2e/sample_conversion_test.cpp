@@ -1,7 +1,5 @@
 // The bundled sample models through the command line, compared with the checked-in golden
 // conversions where there is one.
-#include <string>
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -11,7 +9,7 @@
 namespace {
 
 using nlohmann::json;
-using testkit::ReadFile;
+using namespace testkit;
 
 // Compares values, so key order and indentation do not matter; names the first difference.
 void ExpectMatchesGolden(const json& actual, const std::string& golden) {
@@ -25,19 +23,19 @@ void ExpectMatchesGolden(const json& actual, const std::string& golden) {
                 << "the goldens with `bash scripts/update-goldens.sh BUILD_DIR` and review them.";
 }
 
-using SampleTest = testkit::CliTest;
+using SampleTest = CliTest;
 
 TEST_F(SampleTest, EverySampleConvertsMatchesItsGoldenAndReloads) {
   // tiny.json led by blanks: a JSON model is told by its first non-blank character.
-  testkit::WriteFile(Path("tiny.json"), "\n  " + ReadFile(TESU_EXAMPLES_DIR "/tiny.json"));
+  WriteFile(Path("tiny.json"), "\n  " + ReadFile(TESU_EXAMPLES_DIR "/tiny.json"));
   struct Case {
     std::string model;
     std::string golden;
     std::string nodes;
   };
   const Case cases[] = {
-      {testkit::SamplePath("mobile.pb"), "mobile.json", "nodes: 26 -> 29"},
-      {testkit::SamplePath("mobile.json"), "mobile.json", "nodes: 26 -> 29"},
+      {SamplePath("mobile.pb"), "mobile.json", "nodes: 26 -> 29"},
+      {SamplePath("mobile.json"), "mobile.json", "nodes: 26 -> 29"},
       {Path("tiny.json"), "tiny.json", "nodes: 3 -> 3"},
   };
   for (const Case& c : cases) {

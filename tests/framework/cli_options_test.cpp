@@ -63,9 +63,7 @@ TEST(CliValuesTest, EachParserAcceptsItsGrammarAndRefusesTheRest) {
 }
 
 struct Invocation {
-  int exitCode = 0;
-  bool run = false;
-  std::string out;
+  tesu::cli::CommandLine line;
   std::string err;
   CliOptions options;
 };
@@ -75,13 +73,9 @@ Invocation Invoke(std::vector<std::string> args) {
   std::vector<const char*> argv;
   for (const std::string& arg : args) argv.push_back(arg.c_str());
   Invocation result;
-  std::ostringstream out;
-  std::ostringstream err;
-  const auto line = tesu::cli::ParseCommandLine(static_cast<int>(argv.size()), argv.data(),
-                                                result.options, out, err);
-  result.run = line.run;
-  result.exitCode = line.exitCode;
-  result.out = out.str();
+  std::ostringstream out, err;
+  result.line = tesu::cli::ParseCommandLine(static_cast<int>(argv.size()), argv.data(),
+                                            result.options, out, err);
   result.err = err.str();
   return result;
 }
@@ -95,7 +89,7 @@ TEST(CliCommandLineTest, EveryFlagReachesTheOptions) {
       "--check_report", "r/", "--save_check_report", "--log-level", "debug",
       "--plugin-dir", "p", "--framework", "7"});
   // clang-format on
-  ASSERT_TRUE(r.run) << r.err;
+  ASSERT_TRUE(r.line.run) << r.err;
   const tesu::ParserOptions& p = r.options.parser;
   EXPECT_EQ(p.inputShapes.at("in"), (std::vector<int64_t>{1, -1}));
   EXPECT_TRUE(p.inputShapes.at("mask").empty());
@@ -132,8 +126,8 @@ TEST(CliCommandLineTest, RefusedLinesExitWithTwoAndSayWhy) {
   };
   for (const Case& c : cases) {
     const Invocation r = Invoke(c.args);
-    EXPECT_FALSE(r.run) << c.message;
-    EXPECT_EQ(r.exitCode, tesu::cli::kUsageError) << c.message;
+    EXPECT_FALSE(r.line.run) << c.message;
+    EXPECT_EQ(r.line.exitCode, tesu::cli::kUsageError) << c.message;
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
   }
 }

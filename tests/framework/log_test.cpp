@@ -1,7 +1,5 @@
 // The host log: line prefix, threshold and the capture sink.
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 

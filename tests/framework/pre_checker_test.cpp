@@ -1,8 +1,4 @@
 // The operator support checker and its report.
-#include <map>
-#include <memory>
-#include <string>
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -14,7 +10,7 @@
 namespace {
 
 using nlohmann::json;
-using testkit::TempDir;
+using namespace testkit;
 
 const std::map<std::string, std::string> kSupported = {{"Abs", "Activation"}, {"Data", "Data"}};
 
@@ -72,18 +68,18 @@ TEST(PreCheckerTest, ExtraCheckFailsANodeThroughItsCauseAndStopsOnStatus) {
 // A directory gets check_result.json; an unwritable path fails without leaving a file.
 TEST(PreCheckerTest, SaveWritesIntoADirectoryOrFailsCleanly) {
   TempDir dir;
-  testkit::WriteFile(dir.Path("plain"), "not a directory");
+  WriteFile(dir.Path("plain"), "not a directory");
   const auto checker = Checked({{"x", "Wibble"}});
   EXPECT_EQ(checker->Save(dir.Path("plain/report.json")), tesu::FILE_WRITE_FAILED);
   EXPECT_EQ(checker->Save(dir.Path("missing/report.json")), tesu::FILE_WRITE_FAILED);
   for (const std::string& path : {dir.Path(), dir.Path() + "/"}) {
     ASSERT_EQ(checker->Save(path), tesu::SUCCESS) << path;
-    EXPECT_EQ(json::parse(testkit::ReadFile(dir.Path("check_result.json"))),
+    EXPECT_EQ(json::parse(ReadFile(dir.Path("check_result.json"))),
               json::parse(checker->ReportJson()));
   }
   EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"check_result.json", "plain"}));
   // A named checker's failure names it; without a path the report goes to the default file.
-  testkit::LogCapture log;
+  LogCapture log;
   EXPECT_EQ(tesu::PreChecker("net", kSupported).Save(dir.Path("missing/r.json")),
             tesu::FILE_WRITE_FAILED);
   EXPECT_TRUE(log.Contains("cannot save the check report of net to "))

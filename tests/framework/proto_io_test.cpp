@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <set>
-#include <string>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -16,10 +15,7 @@
 namespace {
 
 using nlohmann::json;
-using testkit::HasKeyAnywhere;
-using testkit::ReadFile;
-using testkit::TempDir;
-using testkit::WriteFile;
+using namespace testkit;
 
 // A model with tensor bytes at the bottom of graph -> op -> attr map -> tensor.
 tesu::proto::ModelDef ModelWithTensor() {

@@ -1,22 +1,17 @@
 // Graph inputs: accepted data types, designated type, shape and format, the fixed settings.
 #include <set>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::Desc;
-using testkit::Parse;
-using testkit::ParserLine;
+using namespace testkit;
 
 // input (Data, its input description in `format` with reuse_input set) -> relu
-testkit::ModelBuilder InputModel(std::vector<int64_t> shape, int32_t dtype, int32_t format = 1) {
-  testkit::ModelBuilder model;
+ModelBuilder InputModel(std::vector<int64_t> shape, int32_t dtype, int32_t format = 1) {
+  ModelBuilder model;
   auto& desc = *model.Data("input", std::move(shape), dtype).Def().mutable_input_desc(0);
   desc.set_format(format);
   desc.set_reuse_input(true);
@@ -27,7 +22,7 @@ testkit::ModelBuilder InputModel(std::vector<int64_t> shape, int32_t dtype, int3
 TEST(ParserDataNode, AcceptsExactlyTheHostDataTypes) {
   const std::set<int32_t> accepted = {0, 1, 2, 3, 4, 6, 8, 9, 11, 12};
   for (int32_t dtype = 0; dtype <= 13; ++dtype) {
-    testkit::LogCapture logs;
+    LogCapture logs;
     const auto outcome = Parse(InputModel({1, 3}, dtype));
     if (accepted.count(dtype) != 0) {
       EXPECT_EQ(outcome.status, 0u) << dtype;
@@ -98,11 +93,11 @@ TEST(ParserDataNode, DesignatedShapeWinsAndAShapeWithoutDimensionsNeedsOne) {
     SCOPED_TRACE(::testing::PrintToString(c.designated));
     tesu::ParserOptions options;
     if (c.designatedFor != nullptr) options.inputShapes[c.designatedFor] = c.designated;
-    testkit::LogCapture logs;
+    LogCapture logs;
     const auto outcome = Parse(InputModel(c.modelShape, tov::DT_FLOAT), options);
     if (!c.ok) {
       EXPECT_EQ(outcome.status, 1u);
-      testkit::ExpectOnlyLine(
+      ExpectOnlyLine(
           logs, "AI_FMK",
           ParserLine("SetDataNodeInputShape", 293,
                      "\"parse data node input shape has no dim, not supported. you should "
@@ -117,13 +112,13 @@ TEST(ParserDataNode, DesignatedShapeWinsAndAShapeWithoutDimensionsNeedsOne) {
 }
 
 TEST(ParserDataNode, MissingInputDescFailsBeforeAnyCheck) {
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Op("input", "Data").Output({1, 3}, tov::DT_UINT16);
   model.Unary("relu", "Relu", "input");
-  testkit::LogCapture logs;
+  LogCapture logs;
   EXPECT_EQ(Parse(model).status, 1u);
-  testkit::ExpectOnlyLine(
-      logs, "AI_INFRA", ParserLine("ConvertDataNode", 327, "\"inputDesc\" \"null, return FAIL.\""));
+  ExpectOnlyLine(logs, "AI_INFRA",
+                 ParserLine("ConvertDataNode", 327, "\"inputDesc\" \"null, return FAIL.\""));
 }
 
 }  // namespace

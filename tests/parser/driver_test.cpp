@@ -1,20 +1,16 @@
 // The parse driver: what it accepts, and what reaches the caller.
 #include <cstdio>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::ParserLine;
+using namespace testkit;
 
 std::string SmallModelBytes() {
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Data("in");
   model.Unary("relu", "Relu", "in");
   return model.Bytes();
@@ -38,18 +34,17 @@ TEST(ParserDriver, RejectsAnythingButOneBufferWithData) {
   const std::vector<std::vector<tov::BaseBuffer>> cases = {
       {}, {good, good}, {tov::BaseBuffer(nullptr, bytes.size())}};
   for (const auto& buffers : cases) {
-    testkit::LogCapture logs;
+    LogCapture logs;
     tov::Graph graph;
     EXPECT_EQ(ParseBuffers(buffers, graph), 1u);
-    testkit::ExpectOnlyLine(
-        logs, "AI_INFRA",
-        ParserLine("ParseFromMemory", 444,
-                   "\"modelBuffer.size() == 1 && modelBuffer[0].data() != nullptr\" "
-                   "\"false, return FAIL.\""));
+    ExpectOnlyLine(logs, "AI_INFRA",
+                   ParserLine("ParseFromMemory", 444,
+                              "\"modelBuffer.size() == 1 && modelBuffer[0].data() != nullptr\" "
+                              "\"false, return FAIL.\""));
     EXPECT_FALSE(graph.IsValid());
   }
   // Zero bytes with a data pointer reach the model load.
-  testkit::LogCapture logs;
+  LogCapture logs;
   tov::Graph graph;
   (void)ParseBuffers({BufferOf(bytes, 0)}, graph);
   EXPECT_FALSE(logs.Contains("(444)"));
@@ -57,7 +52,7 @@ TEST(ParserDriver, RejectsAnythingButOneBufferWithData) {
 
 // The caller's graph is replaced only by a successful parse, which releases the previous one.
 TEST(ParserDriver, OnlySuccessReplacesTheCallersGraph) {
-  testkit::ModelBuilder odd;
+  ModelBuilder odd;
   odd.Data("in");
   odd.Unary("odd", "NoSuchOp", "in");
   auto previous = std::make_shared<tov::ComputeGraph>("previous");
@@ -74,7 +69,7 @@ TEST(ParserDriver, OnlySuccessReplacesTheCallersGraph) {
   auto result = tov::GraphUtils::GetComputeGraph(graph);
   ASSERT_NE(result, nullptr);
   EXPECT_EQ(result.use_count(), 2);  // the caller's handle and this copy: the model is gone
-  EXPECT_EQ(testkit::Desc(*result, "relu").GetType(), "Activation");
+  EXPECT_EQ(Desc(*result, "relu").GetType(), "Activation");
 }
 
 }  // namespace

@@ -1,30 +1,23 @@
 // ReduceMeanD followed by a Reshape that only drops the kept dimensions becomes one ReduceMeanD.
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "graph/attr_utils.h"
 
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::ConsumersOf;
-using testkit::Parse;
-using testkit::ParserLine;
+using namespace testkit;
 using Ints = std::vector<int64_t>;
 
 // in -> mean(ReduceMeanD, keep_dims) -> reshape(Reshape, shape from a Const) -> out(Relu)
-testkit::ModelBuilder MeanThenReshape(const Ints& inputShape, const Ints& axes,
-                                      const Ints& reshaped) {
+ModelBuilder MeanThenReshape(const Ints& inputShape, const Ints& axes, const Ints& reshaped) {
   Ints kept = inputShape;
   for (int64_t axis : axes) {
     if (axis >= 0 && static_cast<size_t>(axis) < kept.size()) kept[static_cast<size_t>(axis)] = 1;
   }
   const auto rank = static_cast<int64_t>(reshaped.size());
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Data("in", inputShape);
   model.Op("mean", "ReduceMeanD")
       .Input("in")
@@ -46,7 +39,7 @@ testkit::ModelBuilder MeanThenReshape(const Ints& inputShape, const Ints& axes,
 // Fused: the Reshape and its shape Const are gone, out reads the mean without kept dimensions.
 void ExpectFused(const tov::ComputeGraph& graph, bool fused) {
   bool keepDims = !fused;
-  EXPECT_TRUE(tov::AttrUtils::GetBool(testkit::Desc(graph, "mean"), "keep_dims", keepDims));
+  EXPECT_TRUE(tov::AttrUtils::GetBool(Desc(graph, "mean"), "keep_dims", keepDims));
   EXPECT_EQ(keepDims, !fused);
   EXPECT_EQ(graph.FindNode("reshape") == nullptr, fused);
   EXPECT_EQ(graph.FindNode("target") == nullptr, fused);
@@ -73,7 +66,7 @@ TEST(ParserFusion, FusesOnlyWhenReshapeDropsExactlyTheReducedAxes) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.axes) + "->" + ::testing::PrintToString(c.reshaped));
-    testkit::LogCapture logs;
+    LogCapture logs;
     const auto outcome = Parse(MeanThenReshape(c.input, c.axes, c.reshaped));
     ASSERT_EQ(outcome.status, 0u);
     ExpectFused(*outcome.graph, c.fused);
@@ -81,10 +74,10 @@ TEST(ParserFusion, FusesOnlyWhenReshapeDropsExactlyTheReducedAxes) {
   }
 }
 
-tesu::proto::OpDef& MeanDef(testkit::ModelBuilder& model) {
+tesu::proto::OpDef& MeanDef(ModelBuilder& model) {
   return *model.Def().mutable_graph(0)->mutable_op(1);
 }
-tesu::proto::OpDef& ReshapeDef(testkit::ModelBuilder& model) {
+tesu::proto::OpDef& ReshapeDef(ModelBuilder& model) {
   return *model.Def().mutable_graph(0)->mutable_op(3);
 }
 
@@ -92,7 +85,7 @@ tesu::proto::OpDef& ReshapeDef(testkit::ModelBuilder& model) {
 TEST(ParserFusion, GuardsThatPreventTheMatch) {
   struct GuardCase {
     const char* what;
-    void (*edit)(testkit::ModelBuilder&);
+    void (*edit)(ModelBuilder&);
     std::vector<std::string> log;
   };
   const GuardCase cases[] = {
@@ -123,7 +116,7 @@ TEST(ParserFusion, GuardsThatPreventTheMatch) {
     SCOPED_TRACE(c.what);
     auto model = MeanThenReshape({1, 64, 7, 7}, {2, 3}, {1, 64});
     c.edit(model);
-    testkit::LogCapture logs;
+    LogCapture logs;
     const auto outcome = Parse(model);
     ASSERT_EQ(outcome.status, 0u);
     ASSERT_NE(outcome.graph->FindNode("reshape"), nullptr);
@@ -146,7 +139,7 @@ TEST(ParserFusion, AReshapeThatCannotBeBypassedFailsTheParse) {
     SCOPED_TRACE(what);
     auto model = MeanThenReshape({1, 64, 7, 7}, {2, 3}, {1, 64});
     edit(ReshapeDef(model));
-    testkit::LogCapture logs;
+    LogCapture logs;
     const auto outcome = Parse(model);
     EXPECT_EQ(outcome.status, tov::GRAPH_PARAM_INVALID);
     EXPECT_EQ(outcome.graph, nullptr);

@@ -1,20 +1,16 @@
 // The node conversion pass: version stamp, attribute translation and clean-up, type translation.
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "parse.h"
 
 namespace {
 
-using testkit::Desc;
-using testkit::Parse;
+using namespace testkit;
 
 // Every node gets version 5 and loses the bookkeeping attributes; renames skip absent source
 // attributes, and only a source ConcatD loses its input count.
 TEST(ParserNodeConversion, TypesAndAttributesTakeTheirHostNames) {
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Data("in");
   model.Unary("mm", "MatMul", "in").Attr("transpose_a", true).Attr("transpose_b", false);
   model.Unary("bmm", "BatchMatMul", "in").Attr("adj_y", true);
@@ -48,7 +44,7 @@ TEST(ParserNodeConversion, TypesAndAttributesTakeTheirHostNames) {
   };
   for (const auto& [node, type, attrs] : rows) {
     EXPECT_EQ(Desc(*outcome.graph, node).GetType(), type) << node;
-    EXPECT_EQ(testkit::AttrsText(Desc(*outcome.graph, node)), attrs) << node;
+    EXPECT_EQ(AttrsText(Desc(*outcome.graph, node)), attrs) << node;
   }
 }
 

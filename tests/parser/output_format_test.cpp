@@ -1,21 +1,18 @@
 // Graph outputs get "inferred_format" from the requested output formats, by output ordinal.
-#include <map>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
+
+using namespace testkit;
 
 constexpr int64_t kNone = -1;  // no "inferred_format" written
 
 // in -> a, b, split (3 outputs), d; split:1 -> c; a -> d is a control edge only. Terminal nodes
 // in walk order: a, b, c, d (split's outputs 0 and 2 are unconsumed, but it has a data edge).
-testkit::ModelBuilder Outputs() {
-  testkit::ModelBuilder model;
+ModelBuilder Outputs() {
+  ModelBuilder model;
   model.Data("in");
   model.Unary("a", "Exp", "in");
   model.Unary("b", "Floor", "in");
@@ -56,11 +53,10 @@ TEST(ParserOutputFormat, MarksOutputsInWalkOrder) {
     tesu::ParserOptions options;
     options.outputNodes = c.outputNodes;
     options.outputFormats = c.formats;
-    const auto outcome = testkit::Parse(Outputs(), options);
+    const auto outcome = Parse(Outputs(), options);
     ASSERT_EQ(outcome.status, 0u) << c.what;
     for (const auto& [node, value] : c.expected) {
-      EXPECT_EQ(testkit::IntAttr(*outcome.graph, node, "inferred_format"), value)
-          << c.what << ": " << node;
+      EXPECT_EQ(IntAttr(*outcome.graph, node, "inferred_format"), value) << c.what << ": " << node;
     }
   }
 }

@@ -1,16 +1,14 @@
 // Loading the plug-in the way a host does: this executable does not link it, it opens it.
 #include <dlfcn.h>
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "framework/model_parser.h"
 #include "model_builder.h"
 
 namespace {
+
+using namespace testkit;
 
 TEST(ParserPluginLoad, LoadingRegistersOneCreatorWithItsConvertersAndUnloads) {
   tesu::ModelParserFactory& factory = *tesu::ModelParserFactory::Instance();
@@ -23,7 +21,7 @@ TEST(ParserPluginLoad, LoadingRegistersOneCreatorWithItsConvertersAndUnloads) {
   ASSERT_NE(parser, nullptr);
 
   // A Relu gets the activation mode that only its converter sets.
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Data("in");
   model.Unary("relu", "Relu", "in");
   const std::string bytes = model.Bytes();
@@ -33,7 +31,7 @@ TEST(ParserPluginLoad, LoadingRegistersOneCreatorWithItsConvertersAndUnloads) {
   tov::Graph graph;
   ASSERT_EQ(parser->ParseFromMemory(options, buffers, graph), 0u);
   const auto relu = tov::GraphUtils::GetComputeGraph(graph)->FindNode("relu");
-  EXPECT_NE(testkit::AttrsText(*relu->GetOpDesc()).find("mode=1"), std::string::npos);
+  EXPECT_NE(AttrsText(*relu->GetOpDesc()).find("mode=1"), std::string::npos);
   // The parser's code lives in the plug-in, so everything it made goes before the plug-in.
   graph = tov::Graph();
   parser.reset();

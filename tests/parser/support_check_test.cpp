@@ -1,17 +1,15 @@
 // The operator support check that runs before any graph change.
 #include <filesystem>
-#include <string>
 
 #include <gtest/gtest.h>
 
 #include "files.h"
 #include "framework/pre_checker.h"
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::Parse;
+using namespace testkit;
 
 class ParserSupportCheck : public ::testing::Test {
  protected:
@@ -19,12 +17,12 @@ class ParserSupportCheck : public ::testing::Test {
   // True when the report exists; removes it.
   bool TakeReport() const { return std::filesystem::remove(dir_.Path("report.json")); }
 
-  testkit::TempDir dir_;
+  TempDir dir_;
   tesu::ParserOptions options_;
 };
 
-testkit::ModelBuilder WithTypes(std::initializer_list<const char*> types) {
-  testkit::ModelBuilder model;
+ModelBuilder WithTypes(std::initializer_list<const char*> types) {
+  ModelBuilder model;
   model.Data("n0");
   int index = 0;
   for (const char* type : types) {
@@ -35,14 +33,14 @@ testkit::ModelBuilder WithTypes(std::initializer_list<const char*> types) {
 }
 
 TEST_F(ParserSupportCheck, ReportsEveryUnsupportedNodeEvenWithoutSaveRequest) {
-  testkit::LogCapture logs;
+  LogCapture logs;
   const auto outcome = Parse(WithTypes({"Abs", "Frobnicate", "Wibble"}), options_);
   EXPECT_EQ(outcome.status, 1u);
   EXPECT_EQ(outcome.graph, nullptr);
-  const std::string report = testkit::ReadFile(dir_.Path("report.json"));
+  const std::string report = ReadFile(dir_.Path("report.json"));
   EXPECT_NE(report.find("\"n2\""), std::string::npos);
   EXPECT_NE(report.find("Wibble"), std::string::npos);
-  EXPECT_TRUE(testkit::LinesFrom(logs, "orvane_parser ").empty());
+  EXPECT_TRUE(LinesFrom(logs, "orvane_parser ").empty());
   for (const char* type : {"relu", "Maxpool"}) {
     EXPECT_EQ(Parse(WithTypes({type}), options_).status, 1u) << "types match case-sensitively";
   }
@@ -50,7 +48,7 @@ TEST_F(ParserSupportCheck, ReportsEveryUnsupportedNodeEvenWithoutSaveRequest) {
 
 // Without unsupported nodes the report is written only on request; an empty graph passes.
 TEST_F(ParserSupportCheck, SavesOnRequestWhenEverythingIsSupported) {
-  for (const auto& model : {WithTypes({"Relu", "Exp"}), testkit::ModelBuilder()}) {
+  for (const auto& model : {WithTypes({"Relu", "Exp"}), ModelBuilder()}) {
     options_.saveCheckReport = false;
     EXPECT_EQ(Parse(model, options_).status, 0u);
     EXPECT_FALSE(TakeReport());

@@ -1,35 +1,32 @@
 // Writing a host model file out as JSON: the failures. The dump itself is compared with the
 // converted samples end to end.
-#include <string>
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "files.h"
 #include "framework/proto_io.h"
-#include "log_capture.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::ParserLine;
+using namespace testkit;
 
 class ParserToJson : public ::testing::Test {
  protected:
   std::string Model(const std::string& bytes) const {
-    testkit::WriteFile(dir_.Path("model.bin"), bytes);
+    WriteFile(dir_.Path("model.bin"), bytes);
     return dir_.Path("model.bin");
   }
   // Runs ToJson and returns the parser's log lines, which must be at most one.
-  std::vector<testkit::LogLine> Run(const char* model, const char* json, tesu::Status status) {
-    testkit::LogCapture logs;
+  std::vector<LogLine> Run(const char* model, const char* json, tesu::Status status) {
+    LogCapture logs;
     EXPECT_EQ(parser_.ToJson(model, json), status);
-    auto lines = testkit::LinesFrom(logs, "orvane_parser ");
+    auto lines = LinesFrom(logs, "orvane_parser ");
     EXPECT_LE(lines.size(), 1u);
     return lines;
   }
 
-  testkit::TempDir dir_;
+  TempDir dir_;
   tesu::OrvaneModelParser parser_;
 };
 

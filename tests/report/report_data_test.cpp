@@ -3,14 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <optional>
 #include <set>
-#include <string>
 
 #include "conversion_diff.h"
+#include "files.h"
 #include "graph_view.h"
 #include "model_builder.h"
 #include "report_data.h"
@@ -24,15 +20,8 @@ extern "C" const char* __lsan_default_suppressions() {
 namespace {
 
 using nlohmann::json;
-using testkit::ModelBuilder;
-using tesu::cli::report::AddSummary;
-using tesu::cli::report::BuildReportBody;
-using tesu::cli::report::CompareGraphs;
-using tesu::cli::report::GraphView;
-using tesu::cli::report::PictureLimits;
-using tesu::cli::report::RunFacts;
-using tesu::cli::report::SourceViewOf;
-using tesu::cli::report::ViewOf;
+using namespace testkit;
+using namespace tesu::cli::report;
 
 // Positions in a node entry of the data.
 enum Field { kName, kMark, kBefore, kAfter, kChanges };
@@ -91,9 +80,8 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
            const PictureLimits& limits = {}) {
   std::optional<GraphView> after;
   if (converted) after = ViewOf(*Converted().LoadGraph());
-  tesu::cli::report::PageData body =
-      BuildReportBody(tesu::cli::report::PrepareSource(SourceViewOf(Source().Bytes())),
-                      std::move(after), checkReport, limits);
+  PageData body = BuildReportBody(PrepareSource(SourceViewOf(Source().Bytes())), std::move(after),
+                                  checkReport, limits);
   AddSummary(body, run);
   json data = body.object;
   for (const auto& member : body.written) {
@@ -140,7 +128,20 @@ const json* NodeNamed(const json& data, const std::string& name) {
   return nullptr;
 }
 
-TEST(ReportDataTest, SaysWhatConversionDidToEachNode) {
+// Element ids of the drawn nodes: `prefix` then the node's position in the data.
+std::set<std::string> DrawnNames(const json& data, const std::string& svg, char prefix) {
+  std::set<std::string> names;
+  const json& nodes = data["nodes"];
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    if (svg.find("id=\"" + std::string(1, prefix) + std::to_string(i) + "\"") !=
+        std::string::npos) {
+      names.insert(nodes[i][kName].get<std::string>());
+    }
+  }
+  return names;
+}
+
+TEST(ReportDataTest, SaysWhatConversionDidToEachNodeAndDrawsTheWholeGraph) {
   const json data = Build(RunFacts(), true);
   struct Case {
     const char* node;
@@ -169,10 +170,7 @@ TEST(ReportDataTest, SaysWhatConversionDidToEachNode) {
   // Source nodes keep graph order; nodes only the converted graph has come last.
   EXPECT_EQ(data["nodes"].front()[kName], "data");
   EXPECT_EQ(data["nodes"].back()[kName], "mean_weight_1");
-}
-
-TEST(ReportDataTest, KeepsBothSidesOfEveryNode) {
-  const json data = Build(RunFacts(), true);
+  // Both sides of each node: type, attributes and inputs.
   const json& mm = *NodeNamed(data, "mm");
   EXPECT_EQ(mm[kBefore],
             json::array({"MatMul", "_opt_input\t\"x\"\ntranspose_a\tfalse\ntranspose_b\ttrue\n",
@@ -182,6 +180,18 @@ TEST(ReportDataTest, KeepsBothSidesOfEveryNode) {
   EXPECT_EQ((*NodeNamed(data, "w"))[kBefore][1], "value\tFLOAT[4, 2]\n");
   EXPECT_TRUE((*NodeNamed(data, "flat"))[kAfter].is_null());
   EXPECT_TRUE((*NodeNamed(data, "mean_weight_1"))[kBefore].is_null());
+  // A small graph is drawn whole, changed nodes highlighted.
+  const json& pictures = data["pictures"];
+  EXPECT_TRUE(pictures["whole"]);
+  const std::string source = pictures["source"];
+  const std::string converted = pictures["converted"];
+  ASSERT_EQ(source.rfind("<svg", 0), 0u) << source.substr(0, 80);
+  EXPECT_EQ(DrawnNames(data, source, 's').size(), 9u);
+  EXPECT_EQ(DrawnNames(data, converted, 'c').size(), 8u);
+  EXPECT_NE(converted.find("class=\"node changed\""), std::string::npos);
+  // Without a check report, or with one that is not an object, the support table says so.
+  EXPECT_EQ(data["support"], (json{{"checked", false}}));
+  EXPECT_EQ(Build(RunFacts(), true, json::parse("[1]"))["support"], (json{{"checked", false}}));
 }
 
 TEST(ReportDataTest, SummaryCarriesTheRunAndTheOperatorCounts) {
@@ -238,37 +248,6 @@ TEST(ReportDataTest, FailedRunListsTheUnsupportedNodesFromTheCheckReport) {
             std::string::npos);
 }
 
-TEST(ReportDataTest, WithoutACheckReportTheSupportTableSaysSo) {
-  EXPECT_EQ(Build(RunFacts(), true)["support"], (json{{"checked", false}}));
-  const json notAReport = json::parse("[1]");
-  EXPECT_EQ(Build(RunFacts(), true, notAReport)["support"], (json{{"checked", false}}));
-}
-
-// Element ids of the drawn nodes: `prefix` then the node's position in the data.
-std::set<std::string> DrawnNames(const json& data, const std::string& svg, char prefix) {
-  std::set<std::string> names;
-  const json& nodes = data["nodes"];
-  for (size_t i = 0; i < nodes.size(); ++i) {
-    if (svg.find("id=\"" + std::string(1, prefix) + std::to_string(i) + "\"") !=
-        std::string::npos) {
-      names.insert(nodes[i][kName].get<std::string>());
-    }
-  }
-  return names;
-}
-
-TEST(ReportDataTest, SmallGraphsAreDrawnWholeAndHighlightChangedNodes) {
-  const json data = Build(RunFacts(), true);
-  const json& pictures = data["pictures"];
-  EXPECT_TRUE(pictures["whole"]);
-  const std::string source = pictures["source"];
-  const std::string converted = pictures["converted"];
-  ASSERT_EQ(source.rfind("<svg", 0), 0u) << source.substr(0, 80);
-  EXPECT_EQ(DrawnNames(data, source, 's').size(), 9u);
-  EXPECT_EQ(DrawnNames(data, converted, 'c').size(), 8u);
-  EXPECT_NE(converted.find("class=\"node changed\""), std::string::npos);
-}
-
 TEST(ReportDataTest, LargeGraphsAreDrawnAroundTheMostChangedNodes) {
   PictureLimits limits;
   limits.wholeGraph = 5;
@@ -285,8 +264,7 @@ TEST(ReportDataTest, LargeGraphsAreDrawnAroundTheMostChangedNodes) {
 // The README's operator table says which converters replace their node; the report must agree,
 // since it tells replacements from in-place conversions by the source type.
 TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
-  std::ifstream readme(TESU_README_PATH);
-  const std::string all{std::istreambuf_iterator<char>(readme), std::istreambuf_iterator<char>()};
+  const std::string all = ReadFile(TESU_README_PATH);
   const size_t begin = all.find("<!-- operators:begin -->");
   const std::string text = all.substr(begin, all.find("<!-- operators:end -->") - begin);
   size_t rows = 0;
@@ -296,7 +274,7 @@ TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
     const bool replaced = line.find("yes: replaced") != std::string::npos ||
                           line.find("yes: as BatchNorm") != std::string::npos ||
                           line.find("yes: as Concat") != std::string::npos;
-    EXPECT_EQ(tesu::cli::report::IsReplacedByItsConverter(type), replaced) << line;
+    EXPECT_EQ(IsReplacedByItsConverter(type), replaced) << line;
     ++rows;
   }
   EXPECT_GT(rows, 30u);
@@ -307,7 +285,7 @@ std::map<std::string, std::string> ChangesByName(const ModelBuilder& source,
                                                  const ModelBuilder& converted) {
   const GraphView before = SourceViewOf(source.Bytes());
   const GraphView after = ViewOf(*converted.LoadGraph());
-  const tesu::cli::report::Comparison comparison = CompareGraphs(before, &after);
+  const Comparison comparison = CompareGraphs(before, &after);
   std::map<std::string, std::string> changes;
   for (const auto& row : comparison.rows) {
     changes[std::string(row.Name())] += std::string(comparison.changes[row.changes]);
@@ -342,10 +320,6 @@ TEST(ReportDataTest, NodesThatConvertAlikeKeepTheirOwnInputChanges) {
   EXPECT_EQ(ChangesByName(source, reordered), expected);
 }
 
-}  // namespace
-
-namespace {
-
 // A text of the arena or the index: long ones outgrow a block of the arena.
 std::string NthText(size_t i) {
   return i % 1000 == 999 ? std::string(300000, static_cast<char>('a' + i % 26))
@@ -355,15 +329,15 @@ std::string NthText(size_t i) {
 // The name index and the text tables grow as texts come; every text keeps the number it was
 // first given, and texts longer than a block of the arena are kept whole.
 TEST(GraphViewTest, IndexAndArenaKeepEveryText) {
-  tesu::cli::report::TextArena arena;
-  tesu::cli::report::TextIndex index;
+  TextArena arena;
+  TextIndex index;
   std::vector<std::string_view> texts;
   for (uint32_t i = 0; i < 5000; ++i) {
     texts.push_back(arena.Copy(NthText(i)));
     ASSERT_EQ(index.Insert(texts.back(), i), i);
   }
   EXPECT_EQ(index.Insert(texts[7], 99999), 7u) << "a text keeps its first number";
-  EXPECT_EQ(index.Find("n5000"), tesu::cli::report::TextIndex::kNone);
+  EXPECT_EQ(index.Find("n5000"), TextIndex::kNone);
   for (uint32_t i = 0; i < texts.size(); ++i) {
     ASSERT_EQ(texts[i], NthText(i));
     ASSERT_EQ(index.Find(NthText(i)), i);

@@ -2,24 +2,21 @@
 // must be refused with a status and an error line, without a crash and without handing the
 // caller a graph. What the loader refuses in a well-formed message, and what each converter
 // refuses, is tested with the graph library and with the converters.
-#include <cstdint>
 #include <random>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "graph/proto/model.pb.h"
 #include "graph/types.h"
-#include "log_capture.h"
-#include "model_builder.h"
 #include "parse.h"
 
 namespace {
 
+using namespace testkit;
+
 // A valid model of a few hundred bytes; its graph field makes up nearly all of it.
 std::string ValidModelBytes() {
-  testkit::ModelBuilder model;
+  ModelBuilder model;
   model.Data("x");
   model.Unary("relu", "Relu", "x");
   model.Unary("abs", "Abs", "relu");
@@ -61,11 +58,11 @@ TEST(MalformedModel, BytesThatAreNotAModelAreRefusedWithALineNamingTheProblem) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
-    testkit::LogCapture log;
-    const auto outcome = testkit::ParseBytes(c.bytes);
+    LogCapture log;
+    const auto outcome = ParseBytes(c.bytes);
     EXPECT_EQ(outcome.status, c.status);
     EXPECT_TRUE(log.Contains(c.fragment)) << ::testing::PrintToString(log.Texts());
-    for (const testkit::LogLine& line : log.Lines()) EXPECT_EQ(line.level, AI_LOG_ERROR);
+    for (const LogLine& line : log.Lines()) EXPECT_EQ(line.level, AI_LOG_ERROR);
     EXPECT_EQ(outcome.graph, nullptr);
   }
 }

@@ -5,14 +5,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "framework/model_parser.h"
 #include "framework/plugin_loader.h"
 #include "framework/profiler.h"
@@ -92,8 +89,7 @@ Result Convert(const Case& c, const std::string& reportPath) {
   tov::Graph graph;
   result.status = parser->ParseFromMemory(options, buffers, graph);
   if (result.status == tesu::SUCCESS) (void)tov::Model("m", graph).Save(result.saved);
-  std::ifstream in(reportPath, std::ios::binary);
-  result.report.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  result.report = testkit::ReadFile(reportPath);
   std::remove(reportPath.c_str());
   for (const tesu::Profiler::Step& step : profile.Steps()) result.steps.push_back(step.name);
   return result;

@@ -1,22 +1,15 @@
 // Shapes and sizes that no tensor could have, and models beyond the accepted limits: each is
 // refused while loading with a line naming the node and the shape, while the largest values
 // inside the limits still load.
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "graph/model_limits.h"
 #include "graph/shape_math.h"
-#include "log_capture.h"
-#include "model_builder.h"
 #include "parse.h"
 
 namespace {
 
-using testkit::LogCapture;
-using testkit::ModelBuilder;
+using namespace testkit;
 using tov::ShapeFault;
 using tov::UnknownDims;
 using Dims = std::vector<int64_t>;
@@ -118,7 +111,7 @@ TEST(ShapeLimits, ImpossibleTensorsAndOversizedModelsAreRefusedWhileLoading) {
   for (const LoadCase& c : cases) {
     SCOPED_TRACE(c.label);
     LogCapture log;
-    const testkit::ParseOutcome outcome = testkit::ParseBytes(c.bytes);
+    const ParseOutcome outcome = ParseBytes(c.bytes);
     EXPECT_EQ(outcome.status, tov::GRAPH_MODEL_INVALID);
     ASSERT_EQ(log.Lines().size(), 1u);
     EXPECT_NE(log.Lines()[0].text.find(c.fragment), std::string::npos) << log.Lines()[0].text;

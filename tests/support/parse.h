@@ -11,6 +11,7 @@
 #include "graph/base_buffer.h"
 #include "graph/compute_graph.h"
 #include "graph/graph.h"
+#include "log_capture.h"
 #include "model_builder.h"
 #include "orvane_parser.h"
 #include "orvane_util.h"
@@ -39,6 +40,15 @@ inline ParseOutcome Parse(const ModelBuilder& model, tesu::ParserOptions options
 inline uint32_t Convert(tov::ComputeGraph& graph, const std::string& name) {
   tov::Node& node = NodeOf(graph, name);
   return tesu::GetParserFuncMap().at(node.GetType())(node, graph);
+}
+
+// Converts node "n" and expects `status` with exactly one error line, of the converter source.
+inline void ExpectConvertRefused(tov::ComputeGraph& graph, uint32_t status,
+                                 const std::string& function, int line,
+                                 const std::string& message) {
+  LogCapture log;
+  EXPECT_EQ(Convert(graph, "n"), status);
+  ExpectOnlyLine(log, "AI_FMK", UtilLine(function, line, message));
 }
 
 }  // namespace testkit
