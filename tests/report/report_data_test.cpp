@@ -261,25 +261,6 @@ TEST(ReportDataTest, LargeGraphsAreDrawnAroundTheMostChangedNodes) {
   EXPECT_EQ(DrawnNames(data, data["pictures"]["converted"], 'c'), expected);
 }
 
-// The README's operator table says which converters replace their node; the report must agree,
-// since it tells replacements from in-place conversions by the source type.
-TEST(ReportDataTest, ReplacingConvertersAreTheOnesTheReadmeNames) {
-  const std::string all = ReadFile(TESU_README_PATH);
-  const size_t begin = all.find("<!-- operators:begin -->");
-  const std::string text = all.substr(begin, all.find("<!-- operators:end -->") - begin);
-  size_t rows = 0;
-  for (size_t at = text.find("\n| "); at != std::string::npos; at = text.find("\n| ", at + 1)) {
-    const std::string line = text.substr(at + 3, text.find('\n', at + 1) - at - 3);
-    const std::string type = line.substr(0, line.find(' '));
-    const bool replaced = line.find("yes: replaced") != std::string::npos ||
-                          line.find("yes: as BatchNorm") != std::string::npos ||
-                          line.find("yes: as Concat") != std::string::npos;
-    EXPECT_EQ(IsReplacedByItsConverter(type), replaced) << line;
-    ++rows;
-  }
-  EXPECT_GT(rows, 30u);
-}
-
 // The change lines of each node, by name, as CompareGraphs gives them.
 std::map<std::string, std::string> ChangesByName(const ModelBuilder& source,
                                                  const ModelBuilder& converted) {
