@@ -295,7 +295,10 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   {
     ProfileScope step("read model");
     int failure = kFailure;
-    if (!ReadModelFile(options.modelFile, bytes, error, failure)) {
+    // Only this host's own model format is checked and translated from JSON here; a file for
+    // another framework goes to its plug-in as it is.
+    const bool modelDef = options.framework == FRAMEWORK_ORVANE;
+    if (!ReadModelFile(options.modelFile, bytes, error, failure, modelDef)) {
       return ModelRefused(options.modelFile, error, failure, err);
     }
   }

@@ -100,15 +100,16 @@ class JsonLimits : public nlohmann::json_sax<nlohmann::json> {
 }  // namespace
 
 bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::string& error,
-                   int& failure) {
+                   int& failure, bool modelDef) {
   failure = kFailure;
-  if (!file.Open(path, tov::kMaxModelBytes, error) || !StartsAsJson(file, json, error)) {
-    return false;
-  }
+  json = false;
+  if (!file.Open(path, tov::kMaxModelBytes, error)) return false;
   if (file.Size() == 0) {
     error = "the file is empty";
     return false;
   }
+  if (!modelDef) return true;
+  if (!StartsAsJson(file, json, error)) return false;
   // A binary model is checked field by field at its top level before the rest is read.
   if (json || CheckMessageFraming(file, error)) return true;
   error = "not a model, neither its JSON form nor a serialised ModelDef: " + error;
@@ -116,16 +117,17 @@ bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::st
   return false;
 }
 
-bool CheckModelFile(const std::string& path, std::string& error, int& failure) {
+bool CheckModelFile(const std::string& path, std::string& error, int& failure, bool modelDef) {
   InputFile file;
   bool json = false;
-  return OpenModelFile(path, file, json, error, failure);
+  return OpenModelFile(path, file, json, error, failure, modelDef);
 }
 
-bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure) {
+bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure,
+                   bool modelDef) {
   InputFile file;
   bool json = false;
-  if (!OpenModelFile(path, file, json, error, failure)) return false;
+  if (!OpenModelFile(path, file, json, error, failure, modelDef)) return false;
   failure = kFailure;
   if (!file.ReadAll(bytes, error)) return false;
   return !json || JsonModelToBinary(bytes, error);

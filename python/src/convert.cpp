@@ -73,6 +73,9 @@ struct ModelSource {
   std::string path;
   const char* data = nullptr;
   size_t size = 0;
+  // This host's model format, checked and translated from JSON; another framework's model goes
+  // to its plug-in as it is.
+  bool modelDef = true;
   std::string owned;
   int failure = tesu::cli::kFailure;  // the exit status of a refused file
 
@@ -81,8 +84,8 @@ struct ModelSource {
   // Reads the file, or converts JSON bytes; called without the GIL.
   bool Materialise(std::string& error) {
     if (!path.empty()) {
-      if (!tesu::cli::ReadModelFile(path, owned, error, failure)) return false;
-    } else if (tesu::cli::IsJsonModel(data, size)) {
+      if (!tesu::cli::ReadModelFile(path, owned, error, failure, modelDef)) return false;
+    } else if (modelDef && tesu::cli::IsJsonModel(data, size)) {
       owned.assign(data, size);
       if (!tesu::cli::JsonModelToBinary(owned, error)) return false;
     } else {
@@ -233,6 +236,7 @@ Outcome Convert(const py::object& model, const std::optional<std::string>& input
     options.checkReportPath = *checkReport;
   }
   ModelSource source = SourceOf(model);
+  source.modelDef = framework == tesu::FRAMEWORK_ORVANE;
   options.modelFile = source.Label();
 
   Outcome outcome;
