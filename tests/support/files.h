@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -26,13 +28,15 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// A directory named after the running test, emptied when made and removed when done.
+// A directory named after the running test and the process, emptied when made and removed when
+// done: two builds running the same test at once never share it.
 class TempDir {
  public:
   TempDir() {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
     path_ = std::filesystem::path(::testing::TempDir()) /
-            (std::string("tesu_") + info->test_suite_name() + "_" + info->name());
+            (std::string("tesu_") + info->test_suite_name() + "_" + info->name() + "_" +
+             std::to_string(::getpid()));
     std::filesystem::remove_all(path_);
     std::filesystem::create_directories(path_);
   }
