@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "files.h"
+#include "framework/input_file.h"
 #include "framework/proto_io.h"
 #include "graph/proto/model.pb.h"
 
@@ -83,3 +84,30 @@ TEST(SaveJsonToFileTest, FailedWritesLeaveNoFileAndUnreadableInputIsRefused) {
 }
 
 }  // namespace
+
+// The framing check reads only tags and lengths: each field kind is stepped over, and the first
+// field that cannot be one ends the check with what is wrong and where.
+TEST(MessageFramingTest, StepsOverEveryFieldKindAndNamesTheFirstBadOne) {
+  const struct {
+    std::string bytes;
+    const char* fault;  // empty when the framing holds
+  } cases[] = {
+      {std::string("\x08\x96\x01", 3) + "\x11" + std::string(8, '\0') + "\x1d" +
+           std::string(4, '\0') + "\x22\x02xy",
+       ""},
+      {std::string("\x00\x01", 2), "no valid field tag at byte 0"},
+      {"\x08\x80", "byte 1"},
+      {"\x0b", "field 1 at byte 0 has wire type 3, which this format never uses"},
+      {"\x11\x01", "field 2 at byte 0 runs past the end of the file"},
+      {"\x1a\x05xy", "field 3 at byte 0 runs past the end of the file"},
+  };
+  const TempDir dir;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fault);
+    tesu::InputFile file;
+    std::string error;
+    ASSERT_TRUE(file.Open(dir.Write("m.pb", c.bytes), 1 << 20, error)) << error;
+    EXPECT_EQ(tesu::CheckMessageFraming(file, error), *c.fault == '\0');
+    EXPECT_NE(error.find(c.fault), std::string::npos) << error;
+  }
+}
