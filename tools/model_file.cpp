@@ -6,6 +6,7 @@
 #include <google/protobuf/util/json_util.h>
 #include <nlohmann/json.hpp>
 
+#include "framework/input_file.h"
 #include "graph/model_limits.h"
 #include "graph/proto/model.pb.h"
 
@@ -97,8 +98,8 @@ class JsonLimits : public nlohmann::json_sax<nlohmann::json> {
   size_t ops_ = 0;
 };
 
-}  // namespace
-
+// Opens the file and applies the checks of CheckModelFile; with `modelDef` false only those
+// that do not look at its bytes. `json` says whether it holds the JSON form.
 bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::string& error,
                    int& failure, bool modelDef) {
   failure = kFailure;
@@ -117,10 +118,12 @@ bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::st
   return false;
 }
 
-bool CheckModelFile(const std::string& path, std::string& error, int& failure, bool modelDef) {
+}  // namespace
+
+bool CheckModelFile(const std::string& path, std::string& error, int& failure) {
   InputFile file;
   bool json = false;
-  return OpenModelFile(path, file, json, error, failure, modelDef);
+  return OpenModelFile(path, file, json, error, failure, true);
 }
 
 bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure,

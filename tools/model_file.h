@@ -6,29 +6,24 @@
 #include <string>
 
 #include "exit_status.h"
-#include "framework/input_file.h"
 
 namespace tesu {
 namespace cli {
 
-// Opens the model file and checks, reading as little as it can, that it may hold a model: a
-// regular file, not empty, of at most tov::kMaxModelBytes and, when `modelDef` says the file is
-// in this host's model format, either the JSON form (`json`) or framed at its top level as a
-// serialised message. Other frameworks' files are handed to their plug-in as they are. False
-// otherwise, with the reason in `error` and the exit status that reports it in `failure`: kFailure
-// when the file cannot be read, kNotAModel when its bytes are no model.
-bool OpenModelFile(const std::string& path, InputFile& file, bool& json, std::string& error,
-                   int& failure, bool modelDef = true);
+// Checks, reading as little as it can, that the file may hold a model in this host's format: a
+// regular file, not empty, of at most tov::kMaxModelBytes, and either the JSON form or framed at
+// its top level as a serialised message. False otherwise, with the reason in `error` and the exit
+// status that reports it in `failure`: kFailure when the file cannot be read, kNotAModel when its
+// bytes are no model.
+bool CheckModelFile(const std::string& path, std::string& error, int& failure);
 
-// The checks of OpenModelFile alone, for a caller that hands the path on to be read.
-bool CheckModelFile(const std::string& path, std::string& error, int& failure,
-                    bool modelDef = true);
-
-// Reads `path` into serialised ModelDef bytes, after the checks of OpenModelFile. A file whose
+// Reads `path` into serialised ModelDef bytes, after the checks of CheckModelFile. A file whose
 // first non-blank byte is '{' is the model's JSON form: it is parsed with protobuf's JSON mapping
-// and serialised again. The file is only read. False, with `error` and `failure` as above, when
-// it cannot be read, is no model or its JSON is invalid; binary content past its framing is not
-// validated here, the parser does that.
+// and serialised again. With `modelDef` false the file is for another framework's plug-in: only
+// the checks that do not look at its bytes apply, and the bytes are returned as they are. The
+// file is only read. False, with `error` and `failure` as above, when it cannot be read, is no
+// model or its JSON is invalid; binary content past its framing is not validated here, the
+// parser does that.
 bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure,
                    bool modelDef = true);
 
