@@ -25,9 +25,10 @@
 
 namespace tov {
 
-// Hands out memory from blocks of a fixed size taken from the heap, and gives the blocks back
-// only when it is destroyed. Unlike a geometrically growing buffer, it never holds more than one
-// block's worth of memory it has not handed out.
+// Hands out memory from blocks of a fixed size, and gives the blocks back only when it is
+// destroyed. Unlike a geometrically growing buffer, it never holds more than one block's worth of
+// memory it has not handed out. The first block comes from the heap, which is all a small graph
+// needs; later ones are mapped on huge-page boundaries (see NewBlock).
 class BlockResource : public std::pmr::memory_resource {
  public:
   BlockResource() = default;
@@ -55,7 +56,11 @@ class BlockResource : public std::pmr::memory_resource {
   }
   void NewBlock(size_t atLeast);
 
-  std::vector<void*> blocks_;
+  struct Block {
+    void* memory;
+    size_t mapped;  // the bytes mapped for it; 0 for a block from the heap
+  };
+  std::vector<Block> blocks_;
   char* current_ = nullptr;
   size_t capacity_ = 0;
   size_t used_ = 0;
