@@ -9,37 +9,24 @@ namespace {
 
 constexpr size_t kHugePageBytes = size_t{2} << 20;
 
-size_t RoundUp(size_t bytes, size_t unit) {
-  return (bytes + unit - 1) / unit * unit;
-}
-
-// `bytes` (a multiple of kHugePageBytes) of fresh memory starting on a huge-page boundary, marked
-// so that the kernel may back it with transparent huge pages. A large graph touches every byte
-// of its blocks; one page fault per 2 MiB instead of 512 saves about a fifth of a large
-// conversion's time, and fewer TLB misses speed up the walks over the nodes. The mapping is made
-// one huge page larger than asked and trimmed to the boundary.
-void* MapHugePageBlock(size_t bytes) {
-  const size_t mapped = bytes + kHugePageBytes;
-  void* raw = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (raw == MAP_FAILED) throw std::bad_alloc();
-  char* start = static_cast<char*>(raw);
-  char* aligned = reinterpret_cast<char*>(
-      RoundUp(reinterpret_cast<uintptr_t>(start), kHugePageBytes));
-  const size_t head = static_cast<size_t>(aligned - start);
-  if (head > 0) munmap(start, head);
-  munmap(aligned + bytes, mapped - head - bytes);
-  madvise(aligned, bytes, MADV_HUGEPAGE);  // only a hint: without it the block still works
-  return aligned;
+// A large graph touches every byte of its blocks. Aligned to huge pages and marked for them,
+// a block costs one page fault per 2 MiB instead of 512 (about a fifth of a large conversion's
+// time), and the walks over the nodes miss the TLB less. The mark is only a hint: where the
+// kernel gives no huge pages the block works as before.
+void* NewHugePageBlock(size_t bytes) {
+  void* block = ::operator new (bytes, std::align_val_t{kHugePageBytes});
+  madvise(block, bytes, MADV_HUGEPAGE);
+  return block;
 }
 
 }  // namespace
 
 BlockResource::~BlockResource() {
   for (const Block& block : blocks_) {
-    if (block.mapped == 0) {
-      ::operator delete(block.memory);
+    if (block.huge) {
+      ::operator delete (block.memory, std::align_val_t{kHugePageBytes});
     } else {
-      munmap(block.memory, block.mapped);
+      ::operator delete(block.memory);
     }
   }
 }
@@ -47,13 +34,11 @@ BlockResource::~BlockResource() {
 void BlockResource::NewBlock(size_t atLeast) {
   capacity_ = std::max(kBlockBytes, atLeast);
   blocks_.reserve(blocks_.size() + 1);  // so that a block is never lost when push_back throws
-  if (blocks_.empty()) {
-    blocks_.push_back(Block{::operator new(capacity_), 0});
-  } else {
-    capacity_ = RoundUp(capacity_, kHugePageBytes);
-    blocks_.push_back(Block{MapHugePageBlock(capacity_), capacity_});
-  }
-  current_ = static_cast<char*>(blocks_.back().memory);
+  const bool huge = !blocks_.empty();
+  if (huge) capacity_ = (capacity_ + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;
+  void* block = huge ? NewHugePageBlock(capacity_) : ::operator new(capacity_);
+  blocks_.push_back(Block{block, huge});
+  current_ = static_cast<char*>(block);
   used_ = 0;
 }
 

@@ -27,8 +27,8 @@ namespace tov {
 
 // Hands out memory from blocks of a fixed size, and gives the blocks back only when it is
 // destroyed. Unlike a geometrically growing buffer, it never holds more than one block's worth of
-// memory it has not handed out. The first block comes from the heap, which is all a small graph
-// needs; later ones are mapped on huge-page boundaries (see NewBlock).
+// memory it has not handed out. The first block is ordinary heap memory, which is all a small
+// graph needs; later ones are aligned for huge pages (see NewBlock).
 class BlockResource : public std::pmr::memory_resource {
  public:
   BlockResource() = default;
@@ -58,7 +58,7 @@ class BlockResource : public std::pmr::memory_resource {
 
   struct Block {
     void* memory;
-    size_t mapped;  // the bytes mapped for it; 0 for a block from the heap
+    bool huge;  // aligned for huge pages, and freed with that alignment
   };
   std::vector<Block> blocks_;
   char* current_ = nullptr;
