@@ -41,6 +41,10 @@ class BlockResource : public std::pmr::memory_resource {
   BlockResource& operator=(const BlockResource&) = delete;
   ~BlockResource() override;
 
+  // Pieces given back from now on are not kept for reuse: the owner is going, and listing them
+  // would only cost time.
+  void StopReuse() { closing_.store(true, std::memory_order_relaxed); }
+
  private:
   static constexpr size_t kBlockBytes = 2 << 20;
   // Every piece is a whole number of grains, so a piece given back fits any request of its size.
@@ -71,7 +75,8 @@ class BlockResource : public std::pmr::memory_resource {
   }
   void do_deallocate(void* piece, size_t bytes, size_t alignment) override {
     bytes = Rounded(bytes);
-    if (!Reusable(bytes, alignment)) return;  // stays unused until the arena goes
+    // Past reuse, or too large to reuse: it stays unused until the arena goes.
+    if (!Reusable(bytes, alignment) || closing_.load(std::memory_order_relaxed)) return;
     std::atomic<void*>& head = freed_[bytes / kGrain - 1];
     void* next = head.load(std::memory_order_relaxed);
     do {
@@ -104,6 +109,7 @@ class BlockResource : public std::pmr::memory_resource {
   size_t capacity_ = 0;
   size_t used_ = 0;
   std::atomic<void*> freed_[kMaxReusedBytes / kGrain] = {};  // pieces given back, per size
+  std::atomic<bool> closing_{false};
 };
 
 class GraphArena;
@@ -140,6 +146,11 @@ class GraphArena {
   GraphArena& operator=(const GraphArena&) = delete;
 
   std::pmr::memory_resource* Resource(Region region = kOther) { return &regions_[region]; }
+
+  // The graph is being destroyed: what it frees need not be kept for reuse.
+  void StopReuse() {
+    for (BlockResource& region : regions_) region.StopReuse();
+  }
 
   // A copy of the bytes that lives as long as the arena.
   std::string_view CopyString(std::string_view text) {
