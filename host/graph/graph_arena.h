@@ -25,10 +25,9 @@
 
 namespace tov {
 
-// Hands out memory from blocks of a fixed size, and gives the blocks back only when it is
-// destroyed. Unlike a geometrically growing buffer, it never holds more than one block's worth of
-// memory it has not handed out. The first block is ordinary heap memory, which is all a small
-// graph needs; later ones are aligned for huge pages (see NewBlock).
+// Hands out memory from blocks of a fixed size taken from the heap, and gives the blocks back
+// only when it is destroyed. Unlike a geometrically growing buffer, it never holds more than one
+// block's worth of memory it has not handed out.
 class BlockResource : public std::pmr::memory_resource {
  public:
   BlockResource() = default;
@@ -56,11 +55,7 @@ class BlockResource : public std::pmr::memory_resource {
   }
   void NewBlock(size_t atLeast);
 
-  struct Block {
-    void* memory;
-    bool huge;  // aligned for huge pages, and freed with that alignment
-  };
-  std::vector<Block> blocks_;
+  std::vector<void*> blocks_;
   char* current_ = nullptr;
   size_t capacity_ = 0;
   size_t used_ = 0;
