@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "graph/model.h"
+#include "graph/model_limits.h"
 #include "graph/proto/model.pb.h"
 #include "log_capture.h"
 #include "model_builder.h"
@@ -14,8 +15,8 @@ namespace {
 using testkit::LogCapture;
 using testkit::ModelBuilder;
 
-// A model that uses every attribute kind, weights, a control edge, an unconnected input before a
-// connected one, and graph/model attributes.
+// A model that uses every attribute kind (and one without a value, under an empty name), weights,
+// a control edge, an unconnected input before a connected one, and graph/model attributes.
 constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"s": "tests"}},
   "graph": [{"name": "g", "attr": {"opset": {"i": 5}}, "op": [
     {"name": "in", "type": "Data", "input_desc": [{"dtype": 1, "shape": [1, -1, 4]}],
@@ -27,7 +28,7 @@ constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"
      "output_desc": [{"shape": [1, 2]}, {"dtype": 9, "format": 2, "shape": [3]}],
      "attr": {"s": {"s": "text"}, "i": {"i": -5}, "f": {"f": 1.5}, "b": {"b": true},
               "li": {"list": {"i": [1, -2, 1099511627776]}}, "lf": {"list": {"f": [0.25]}},
-              "ls": {"list": {"s": ["a", "b"]}}, "empty": {"list": {}}}},
+              "ls": {"list": {"s": ["a", "b"]}}, "empty": {"list": {}}, "": {}}},
     {"name": "flags", "type": "Custom", "input": ["", "op:1", "in:-1"],
      "input_desc": [{}, {"dtype": 9, "shape": [3]}], "attr": {"lb": {"list": {"b": [true, false]}}}}
   ]}]})";
@@ -104,12 +105,19 @@ void ExpectRefusedBothWays(const ModelBuilder& model, const char* expected) {
   }
 }
 
-TEST(ModelIoTest, MalformedModelAttributeRefusesTheModel) {
-  ModelBuilder model;
-  auto& list = *(*model.Def().mutable_attr())["bad"].mutable_list();
-  list.add_i(1);
-  list.add_s("a");
-  ExpectRefusedBothWays(model, "mixes values of several kinds");
+TEST(ModelIoTest, MalformedModelOrGraphAttributeRefusesTheModel) {
+  for (const char* owner : {"model", "graph \"g\""}) {
+    ModelBuilder model;
+    model.Def().mutable_graph(0)->set_name("g");
+    auto& attrs = owner[0] == 'm' ? *model.Def().mutable_attr()
+                                  : *model.Def().mutable_graph(0)->mutable_attr();
+    auto& list = *attrs["bad"].mutable_list();
+    list.add_i(1);
+    list.add_s("a");
+    ExpectRefusedBothWays(
+        model,
+        (std::string("attribute \"bad\" of ") + owner + " mixes values of several kinds").c_str());
+  }
 }
 
 // Each case adds ops, in the JSON form of the model format, to a graph holding Data "x".
@@ -127,6 +135,8 @@ const MalformedCase kMalformed[] = {
      "asks for output 3 but node \"x\" has 1 outputs"},
     {R"([{"name": "y", "type": "Relu", "input": ["x:one"]}])", "is not of the form"},
     {R"([{"name": "y", "type": "Relu", "input": ["x:-2"]}])", "is not of the form"},
+    {R"([{"name": "y", "type": "Relu", "input": ["x:0a"]}])", "is not of the form"},
+    {R"([{"name": "y", "type": "Relu", "input": [":0"]}])", "is not of the form"},
     {R"([{"name": "x", "type": "Data"}])", "node \"x\" (Data): another node has the same name"},
     {R"([{"type": "Relu"}])", "has no name"},
     {R"([{"name": "c", "type": "Const", "output_desc": [{}]}])",
@@ -169,14 +179,22 @@ TEST(ModelIoTest, MalformedModelsAreRefusedWithOneLineEachNamingTheProblem) {
     model.Def().mutable_graph(0)->MergeFrom(added);
     ExpectRefusedBothWays(model, c.expected);
   }
-  // Garbage, and a graph field whose length runs past the end.
-  const std::string notAModel[] = {"\xff\xff\xff\xff", "\022\005ab"};
+  // Garbage, a graph field whose length runs past the end, and a model, graph and op name that
+  // are not UTF-8.
+  const std::string notAModel[] = {"\xff\xff\xff\xff", "\022\005ab", "\012\001\xff",
+                                   "\022\003\012\001\xff", "\022\005\022\003\012\001\xff"};
   for (const std::string& bytes : notAModel) {
     LogCapture log;
     tov::Model model;
     EXPECT_EQ(Load(model, bytes), tov::GRAPH_MODEL_INVALID);
     EXPECT_TRUE(log.Contains("not a serialised model"));
   }
+  // A size above the limit is refused before a byte is read.
+  LogCapture log;
+  tov::Model model;
+  EXPECT_EQ(model.Load(reinterpret_cast<const uint8_t*>(""), tov::kMaxModelBytes + 1),
+            tov::GRAPH_MODEL_INVALID);
+  EXPECT_TRUE(log.Contains("is more than a model may hold"));
 }
 
 }  // namespace
