@@ -92,6 +92,19 @@ TEST(AttrTest, SetReplacesAndAttributesStaySorted) {
   float value = 0;
   EXPECT_TRUE(AttrUtils::GetFloat(desc, "b", value));
   EXPECT_EQ(value, 2.5f);
+  // A whole list, unsorted, longer than the in-place sort takes, each name three times: sorted,
+  // and the last of a name wins.
+  tov::AttrHolder::AttrList list = desc.NewAttrList();
+  for (int64_t i = 29; i >= 0; --i) {
+    list.emplace_back(tov::AttrName::Intern("k" + std::to_string(i % 10)),
+                      tov::AttrValue::CreateFrom(i));
+  }
+  desc.SetAllAttrs(std::move(list));
+  ASSERT_EQ(desc.GetAllAttrs().size(), 10u);
+  for (int64_t i = 0; i < 10; ++i) {
+    int64_t held = -1;
+    EXPECT_TRUE(AttrUtils::GetInt(desc, "k" + std::to_string(i), held) && held == i) << i;
+  }
 }
 
 // Queries beyond a node's inputs or outputs answer empty, and updates there are refused.
