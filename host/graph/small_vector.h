@@ -72,11 +72,11 @@ class SmallVector {
   operator std::vector<T>() const { return ToVector(); }  // NOLINT: a shape reads as a vector
 
   bool operator==(const SmallVector& other) const {
-    return size_ == other.size_ && std::equal(begin(), end(), other.begin());
+    return std::equal(begin(), end(), other.begin(), other.end());
   }
   bool operator!=(const SmallVector& other) const { return !(*this == other); }
   friend bool operator==(const SmallVector& a, const std::vector<T>& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin());
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
   }
   friend bool operator==(const std::vector<T>& a, const SmallVector& b) { return b == a; }
   friend bool operator!=(const SmallVector& a, const std::vector<T>& b) { return !(a == b); }

@@ -55,6 +55,10 @@ TEST(PluginDirectoryTest, FlagThenEnvironmentThenNoCandidate) {
   EXPECT_EQ(tesu::ResolvePluginDirectory("given"), "given");
   ::setenv("TESU_PLUGIN_DIR", "from_env", 1);
   EXPECT_EQ(tesu::ResolvePluginDirectory(""), "from_env");
+  ::setenv("TESU_PLUGIN_DIR", "", 1);  // set but empty: as if unset
+  EXPECT_EQ(
+      tesu::ResolvePluginDirectory(""),
+      tesu::PluginDirectoryBeside("/proc/self/exe", tesu::DefaultPluginDirectoryCandidates()));
   ::unsetenv("TESU_PLUGIN_DIR");
   EXPECT_EQ(tesu::PluginDirectoryBeside("/proc/self/exe", {}), "");
   EXPECT_EQ(tesu::PluginDirectoryBeside("/no/such/tool", {"plugins"}), "/no/such/plugins");

@@ -16,7 +16,8 @@ using testkit::LogCapture;
 using testkit::ModelBuilder;
 
 // A model that uses every attribute kind (and one without a value, under an empty name), weights,
-// a control edge, an unconnected input before a connected one, and graph/model attributes.
+// a control edge, an unconnected input before a connected one, graph/model attributes, and a
+// shape and a list too long to be held inline.
 constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"s": "tests"}},
   "graph": [{"name": "g", "attr": {"opset": {"i": 5}}, "op": [
     {"name": "in", "type": "Data", "input_desc": [{"dtype": 1, "shape": [1, -1, 4]}],
@@ -25,9 +26,10 @@ constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"
      {"desc": {"shape": [2, 2]}, "data": "AAAAPwAAoL8AAEBAAACAQA=="}}}},
     {"name": "op", "type": "Custom", "input": ["in:0", "w:0"], "is_input_const": [false, true],
      "input_desc": [{"dtype": 1, "format": 1, "shape": [1, -1, 4]}, {"shape": [2, 2]}],
-     "output_desc": [{"shape": [1, 2]}, {"dtype": 9, "format": 2, "shape": [3]}],
+     "output_desc": [{"shape": [1, 2, 1, 1, 1, 1, 1, 1, 3]},
+                     {"dtype": 9, "format": 2, "shape": [3]}],
      "attr": {"s": {"s": "text"}, "i": {"i": -5}, "f": {"f": 1.5}, "b": {"b": true},
-              "li": {"list": {"i": [1, -2, 1099511627776]}}, "lf": {"list": {"f": [0.25]}},
+              "li": {"list": {"i": [1, -2, 1099511627776, 4, 5]}}, "lf": {"list": {"f": [0.25]}},
               "ls": {"list": {"s": ["a", "b"]}}, "empty": {"list": {}}, "": {}}},
     {"name": "flags", "type": "Custom", "input": ["", "op:1", "in:-1"],
      "input_desc": [{}, {"dtype": 9, "shape": [3]}], "attr": {"lb": {"list": {"b": [true, false]}}}}
