@@ -1,4 +1,4 @@
-// tesu-convert's options, failures and plug-in lookup, on models written by the test builder.
+// tesu-convert's options, failures and pictures, on models written by the test builder.
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -56,14 +56,6 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
   }
   EXPECT_EQ(ReadFile(model), before);
   EXPECT_EQ(Files(), (std::vector<std::string>{"empty", "model.pb"}));
-}
-
-TEST_F(ConvertCliTest, PluginDirectoryComesFromTheFlagThenTheEnvironment) {
-  fs::create_directory(Path("empty"));
-  const std::string plugins = (fs::path(ConvertToolPath()).parent_path() / "plugins").string();
-  EXPECT_EQ(Run({"--list-frameworks"}).out, "6 Orvane\n");
-  EXPECT_EQ(Run({"--list-frameworks"}, Path("empty")).out, "");
-  EXPECT_EQ(Run({"--list-frameworks", "--plugin-dir", plugins}, Path("empty")).out, "6 Orvane\n");
 }
 
 // The pictures show the graph before and after the conversion; the profile lists every step.

@@ -127,6 +127,7 @@ TEST(AttrTest, QueriesBeyondTheDescriptionsAnswerEmpty) {
   const auto same = std::make_shared<tov::Tensor>();
   EXPECT_EQ(tov::AttrValue::CreateFrom(tensor), tov::AttrValue::CreateFrom(same));
   EXPECT_FALSE(tov::AttrValue::CreateFrom(tensor) == tov::AttrValue::CreateFrom(tov::TensorPtr()));
+  EXPECT_FALSE(tov::AttrValue::CreateFrom(int64_t{1}) == tov::AttrValue::CreateFrom(true));
 }
 
 TEST(ShapeTest, ElementCountsOfScalarsUnknownAndOverflowingShapes) {

@@ -57,11 +57,13 @@ TEST(GraphEditTest, EdgeCountsAndRefusedEdges) {
             tov::GRAPH_SUCCESS)
       << "a second producer";
   EXPECT_NE(tov::GraphUtils::AddEdge(nullptr, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
-  EXPECT_EQ(a->GetInDataAnchor(5), nullptr);
+  EXPECT_TRUE(a->GetInDataAnchor(5) == nullptr && a->GetInDataAnchor(-1) == nullptr &&
+              a->GetOutDataAnchor(1) == nullptr && a->GetOutDataAnchor(-1) == nullptr);
   // Removing an edge that is gone fails.
   auto out = graph->FindNode("mid")->GetOutDataAnchor(0);
   EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
   EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, a->GetInDataAnchor(0)), tov::GRAPH_NOT_FOUND);
+  EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, nullptr), tov::GRAPH_PARAM_INVALID);
 }
 
 TEST(GraphEditTest, ByPassNodeFeedsConsumersFromTheProducerAndJoinsControlEdges) {
@@ -90,15 +92,8 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   model.Data("x");
   model.Data("y");
   model.ConstInt32("shape", {1, 3});
-  model.Op("r", "Reshape")
-      .Input("x")
-      .Input("shape")
-      .Input("y")
-      .InputDesc({1})
-      .InputDesc({2}, 3)
-      .InputDesc({3})
-      .InputConst({false, true, false})
-      .Output();
+  testkit::OpBuilder op = model.Op("r", "Reshape").Input("x").Input("shape").Input("y");
+  op.InputDesc({1}).InputDesc({2}, 3).InputDesc({3}).InputConst({false, true, false}).Output();
   auto graph = model.LoadGraph();
   auto r = graph->FindNode("r");
   ASSERT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(1), tov::GRAPH_SUCCESS);

@@ -78,11 +78,17 @@ TEST(ModelIoTest, BinaryAndMessageRoundTripsAreLosslessAndSavingIsDeterministic)
 }
 
 // An input without an output index reads output 0; a Const without an output description gets
-// its tensor's; empty bytes are a model without a graph.
+// its tensor's; empty bytes are a model without a graph, and it saves as one.
 TEST(ModelIoTest, ShortFormsLoadAsTheirFullForms) {
   tov::Model empty;
   ASSERT_EQ(Load(empty, ""), tov::GRAPH_SUCCESS);
   EXPECT_EQ(tov::GraphUtils::GetComputeGraph(empty.GetGraph()), nullptr);
+  std::string bytes;
+  tesu::proto::ModelDef def;
+  ASSERT_TRUE(empty.Save(bytes) == tov::GRAPH_SUCCESS && empty.Save(def) == tov::GRAPH_SUCCESS);
+  EXPECT_TRUE(bytes.empty() && def.graph_size() == 0);
+  EXPECT_EQ(empty.Load(std::move(def)), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(empty.Load(nullptr, 1), tov::GRAPH_PARAM_INVALID);
 
   ModelBuilder model;
   model.ConstInt32("c", {1, 2, 3}).Def().clear_output_desc();

@@ -19,19 +19,11 @@ ModelBuilder MeanThenReshape(const Ints& inputShape, const Ints& axes, const Int
   const auto rank = static_cast<int64_t>(reshaped.size());
   ModelBuilder model;
   model.Data("in", inputShape);
-  model.Op("mean", "ReduceMeanD")
-      .Input("in")
-      .InputDesc(inputShape)
-      .Output(kept)
-      .Attr("keep_dims", true)
-      .Attr("axes", axes);
+  OpBuilder mean = model.Op("mean", "ReduceMeanD").Input("in").InputDesc(inputShape).Output(kept);
+  mean.Attr("keep_dims", true).Attr("axes", axes);
   model.ConstInt32("target", std::vector<int32_t>(reshaped.begin(), reshaped.end()), {rank});
-  model.Op("reshape", "Reshape")
-      .Input("mean")
-      .Input("target")
-      .InputDesc(kept)
-      .InputDesc({rank}, tov::DT_INT32)
-      .Output(reshaped);
+  OpBuilder reshape = model.Op("reshape", "Reshape").Input("mean").Input("target");
+  reshape.InputDesc(kept).InputDesc({rank}, tov::DT_INT32).Output(reshaped);
   model.Unary("out", "Relu", "reshape", reshaped);
   return model;
 }
