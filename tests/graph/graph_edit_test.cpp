@@ -170,34 +170,29 @@ TEST(GraphEditTest, NestedWalksMayRemoveNodes) {
   EXPECT_EQ(NodeNames(*graph), (Names{"n0", "n1", "n2", "n4", "late"}));
 }
 
-TEST(GraphEditTest, WalkReturnsTheFirstNonZeroStatusAndStops) {
-  auto graph = testkit::ReluChain(4);
-  Names seen;
-  auto status = graph->ROLE(GraphListWalker).WalkAllNodes([&](tov::Node& node) -> uint32_t {
-    seen.push_back(node.GetName());
-    return node.GetName() == "n1" ? 5 : node.GetName() == "n2" ? 7 : 0;
-  });
-  EXPECT_EQ(status, 5u);
-  EXPECT_EQ(seen, (Names{"n0", "n1"}));
-}
-
-// The action may remove its own node or a later one; filtered-out nodes get no action.
-TEST(GraphEditTest, WalkActionMayRemoveItsOwnNodeOrALaterOne) {
+// The action may remove its own node or a later one; filtered-out nodes get no action; the first
+// non-zero status ends a walk.
+TEST(GraphEditTest, WalkActionMayRemoveItsOwnNodeOrALaterOneOrStopTheWalk) {
   auto graph = testkit::ReluChain(6);
+  auto& walker = graph->ROLE(GraphListWalker);
   Names seen;
-  const auto status =
-      graph->ROLE(GraphListWalker)
-          .WalkAllNodesModifiable([](tov::Node& node) { return node.GetName() != "n5"; },
-                                  [&](tov::Node& node) -> uint32_t {
-                                    seen.push_back(node.GetName());
-                                    if (node.GetName() == "n1") return graph->RemoveNode(node);
-                                    if (node.GetName() != "n2") return 0;
-                                    return graph->RemoveNode(*graph->FindNode("n3"));
-                                  });
-  EXPECT_EQ(status, 0u);
+  const auto notN5 = [](tov::Node& node) { return node.GetName() != "n5"; };
+  const auto removing = [&](tov::Node& node) -> uint32_t {
+    seen.push_back(node.GetName());
+    if (node.GetName() == "n1") return graph->RemoveNode(node);
+    return node.GetName() == "n2" ? graph->RemoveNode(*graph->FindNode("n3")) : 0;
+  };
+  EXPECT_EQ(walker.WalkAllNodesModifiable(notN5, removing), 0u);
   EXPECT_EQ(seen, (Names{"n0", "n1", "n2", "n4"}));
   EXPECT_EQ(testkit::NodeNames(*graph), (Names{"n0", "n2", "n4", "n5"}));
   EXPECT_EQ(graph->GetNodesSize(), 4u);
+  seen.clear();
+  const auto stopping = [&](tov::Node& node) -> uint32_t {
+    seen.push_back(node.GetName());
+    return node.GetName() == "n2" ? 5 : node.GetName() == "n4" ? 7 : 0;
+  };
+  EXPECT_EQ(walker.WalkAllNodes(stopping), 5u);
+  EXPECT_EQ(seen, (Names{"n0", "n2"}));
 }
 
 }  // namespace

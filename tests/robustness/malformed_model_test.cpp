@@ -55,6 +55,11 @@ TEST(MalformedModel, BytesThatAreNotAModelAreRefusedWithALineNamingTheProblem) {
       {"last byte cut off", valid.substr(0, valid.size() - 1), tov::GRAPH_MODEL_INVALID, notAModel},
       {"seeded random bytes", RandomBytes(20240611, 512), tov::GRAPH_MODEL_INVALID, notAModel},
       {"bytes of a TensorDef", TensorDefBytes(), tov::GRAPH_MODEL_INVALID, notAModel},
+      {"no field tag", "\xff\xff\xff\xff", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"graph running past the end", "\022\005ab", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"model name not UTF-8", "\012\001\xff", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"graph name not UTF-8", "\022\003\012\001\xff", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"op name not UTF-8", "\022\005\022\003\012\001\xff", tov::GRAPH_MODEL_INVALID, notAModel},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
