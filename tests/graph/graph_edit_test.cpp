@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "graph/graph.h"
+#include "graph/model.h"
 #include "graph/op_desc_utils.h"
+#include "log_capture.h"
 #include "model_builder.h"
 
 namespace {
@@ -34,13 +36,21 @@ TEST(GraphEditTest, RemoveNodeDropsItsEdgesAndTheConstsOnlyItFed) {
   EXPECT_EQ(graph->RemoveNode(*mid), tov::GRAPH_NOT_FOUND);
 }
 
+// A graph with namesakes cannot be saved, since inputs name their producers.
 TEST(GraphEditTest, AddNodeAcceptsANameInUseAndPlacesTheNewNodeAfterIt) {
   auto graph = Fan();
+  EXPECT_FALSE(graph->HasNamesakes());
   auto twin = graph->AddNode(std::make_shared<tov::OpDesc>("mid", "Sub"));
   ASSERT_NE(twin, nullptr);
   EXPECT_EQ(NodeNames(*graph), (Names{"x", "w", "mid", "mid", "a", "b", "c", "ctl"}));
   EXPECT_EQ(graph->FindNode("mid")->GetType(), "Add");
+  std::string saved;
+  testkit::LogCapture log;
+  EXPECT_EQ(tov::Model("m", tov::GraphUtils::CreateGraphFromComputeGraph(graph)).Save(saved),
+            tov::GRAPH_FAILED);
+  EXPECT_TRUE(log.Contains("two nodes are named \"mid\"")) << ::testing::PrintToString(log.Texts());
   graph->RemoveNode(*graph->FindNode("mid"));
+  EXPECT_FALSE(graph->HasNamesakes());
   EXPECT_EQ(graph->FindNode("mid"), twin);
   EXPECT_EQ(graph->AddNode(nullptr), nullptr);
 }

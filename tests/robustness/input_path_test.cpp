@@ -164,15 +164,4 @@ TEST_F(InputPathTest, UnusableOutputPathsAreRefusedBeforeConverting) {
   EXPECT_EQ(Files(), inputs_);
 }
 
-// A FIFO named like a plug-in is reported and skipped, not opened.
-TEST_F(InputPathTest, PluginDirectoryWithAFifoDoesNotHang) {
-  fs::create_directory(Path("plugins"));
-  ASSERT_EQ(mkfifo(Path("plugins/libfifo.so").c_str(), 0600), 0);
-  const FifoRelease release(Path("plugins/libfifo.so"));
-  const auto r = Run({"--list-frameworks", "--plugin-dir", Path("plugins")});
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_NE(r.err.find(Path("plugins/libfifo.so") + ": not a regular file"), std::string::npos)
-      << r.err;
-}
-
 }  // namespace
