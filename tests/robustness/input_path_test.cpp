@@ -110,14 +110,6 @@ TEST_F(InputPathTest, EveryKindOfModelPathIsRefusedNamingIt) {
   EXPECT_EQ(Files(), inputs_);
 }
 
-// Another framework's model is its plug-in's to judge: bytes that are no model of this host's
-// format still reach the parser lookup, which fails here because no plug-in serves framework 7.
-TEST_F(InputPathTest, AnotherFrameworksModelIsNotCheckedAsThisHostsFormat) {
-  const auto r = Run({"--framework", "7", "--model", Path("garbage"), "--output", Path("o.pb")});
-  EXPECT_EQ(r.exitCode, 1) << r.err;
-  EXPECT_NE(r.err.find("no parser for framework 7"), std::string::npos) << r.err;
-}
-
 TEST_F(InputPathTest, JsonModelsBeyondTheLimitsAreRefusedBeforeProtobufParsesThem) {
   std::string ops;
   for (size_t i = 0; i <= tov::kMaxGraphNodes; ++i) ops += i == 0 ? "{}" : ",{}";
