@@ -14,15 +14,6 @@ namespace {
 
 using namespace testkit;
 
-// A valid model of a few hundred bytes; its graph field makes up nearly all of it.
-std::string ValidModelBytes() {
-  ModelBuilder model;
-  model.Data("x");
-  model.Unary("relu", "Relu", "x");
-  model.Unary("abs", "Abs", "relu");
-  return model.Bytes();
-}
-
 std::string RandomBytes(uint32_t seed, size_t size) {
   std::mt19937 engine(seed);
   std::uniform_int_distribution<int> byte(0, 255);
@@ -41,7 +32,7 @@ std::string TensorDefBytes() {
 }
 
 TEST(MalformedModel, BytesThatAreNotAModelAreRefusedWithALineNamingTheProblem) {
-  const std::string valid = ValidModelBytes();
+  const std::string valid = ReluChainModel(3).Bytes();  // a small valid model
   const char* const notAModel = "are not a serialised model";
   const struct {
     const char* label;
