@@ -1,5 +1,4 @@
-// MaxPool and the convolutions keep the height and width entries of their list attributes; the
-// converter registry keeps its first registration.
+// MaxPool and the convolutions keep the height and width entries of their list attributes.
 #include <gtest/gtest.h>
 
 #include "parse.h"
@@ -153,14 +152,6 @@ TEST(ConvConverter, DepthwiseRefusesAnythingButOneFourDimensionalFoldableWeight)
       EXPECT_EQ(weight->GetTensorDesc().GetShape().GetDims()[0], weights[0][0]);
     }
   }
-}
-
-TEST(ConverterRegistry, SecondRegistrationIsRefusedAndKeepsTheFirst) {
-  EXPECT_FALSE(tesu::RegisterOpParser("Relu", tesu::OrvaneAbsParserFunc));
-  using Converter = uint32_t (*)(tov::Node&, tov::ComputeGraph&);
-  const Converter* kept = tesu::GetParserFuncMap().at("Relu").target<Converter>();
-  ASSERT_NE(kept, nullptr);
-  EXPECT_EQ(*kept, &tesu::OrvaneReluParserFunc);
 }
 
 }  // namespace

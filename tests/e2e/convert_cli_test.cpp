@@ -25,7 +25,7 @@ ModelBuilder SupportedModel() {
 }
 
 TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
-  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
+  const std::string model = dir_.Write("model.pb", SupportedModel().Bytes());
   const std::string garbage = dir_.Write("garbage", std::string(64, '\xff'));
   fs::create_directory(Path("empty"));
   struct Case {
@@ -62,7 +62,7 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
 
 // The pictures show the graph before and after the conversion; the profile lists every step.
 TEST_F(ConvertCliTest, PicturesAndProfileOfAConversion) {
-  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
+  const std::string model = dir_.Write("model.pb", SupportedModel().Bytes());
   const auto r = Run({"--model", model, "--output", Path("out.pb"), "--dot", Path("after.dot"),
                       "--dot-source", Path("before.dot"), "--profile"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
