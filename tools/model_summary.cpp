@@ -26,14 +26,16 @@ bool SummarizeModel(std::string_view bytes, std::string& name, OpCounts& counts)
   CodedInputStream in(reinterpret_cast<const uint8_t*>(bytes.data()),
                       static_cast<int>(bytes.size()));
   bool ok = true;
+  OpTally tally;
+  std::string type;  // reused, so that reading a type allocates nothing
   auto readOp = [&] {
-    std::string type;
+    type.clear();
     const bool parsed = ForEachField(in, [&](int number) {
       if (number != kOpType) return false;
       ok = ok && WireFormatLite::ReadString(&in, &type);
       return true;
     });
-    ++counts[type];
+    tally.Add(type);
     return parsed;
   };
   auto readGraph = [&] {
@@ -54,6 +56,7 @@ bool SummarizeModel(std::string_view bytes, std::string& name, OpCounts& counts)
     ok = ok && InMessage(in, readGraph);
     return true;
   });
+  for (const auto& entry : tally.Counts()) counts[entry.first] += entry.second;
   return parsed && ok;
 }
 

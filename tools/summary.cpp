@@ -21,10 +21,32 @@ size_t CountOf(const OpCounts& counts, const std::string& type) {
 
 }  // namespace
 
-OpCounts CountOps(const tov::ComputeGraph& graph) {
+void OpTally::Add(std::string_view type) {
+  if (last_ < counts_.size() && counts_[last_].first == type) {
+    ++counts_[last_].second;
+    return;
+  }
+  for (size_t i = 0; i < counts_.size(); ++i) {
+    if (counts_[i].first == type) {
+      ++counts_[i].second;
+      last_ = i;
+      return;
+    }
+  }
+  last_ = counts_.size();
+  counts_.emplace_back(std::string(type), 1);
+}
+
+OpCounts OpTally::Counts() const {
   OpCounts counts;
-  graph.ForEachNode([&counts](tov::Node& node) { ++counts[node.GetType()]; });
+  for (const auto& entry : counts_) counts.emplace(entry.first, entry.second);
   return counts;
+}
+
+OpCounts CountOps(const tov::ComputeGraph& graph) {
+  OpTally tally;
+  graph.ForEachNode([&tally](tov::Node& node) { tally.Add(node.GetType()); });
+  return tally.Counts();
 }
 
 void PrintSummary(const Summary& summary, std::ostream& out) {

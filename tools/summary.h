@@ -6,6 +6,8 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "framework/profiler.h"
@@ -18,6 +20,19 @@ namespace cli {
 using OpCounts = std::map<std::string, size_t>;
 
 OpCounts CountOps(const tov::ComputeGraph& graph);
+
+// Counts operator types one node at a time. A model has a few types over many nodes, and
+// neighbouring nodes often share one, so the counts live in a short list searched from the type
+// met last, and become an OpCounts once at the end.
+class OpTally {
+ public:
+  void Add(std::string_view type);
+  OpCounts Counts() const;
+
+ private:
+  std::vector<std::pair<std::string, size_t>> counts_;
+  size_t last_ = 0;
+};
 
 struct WrittenFile {
   std::string what;  // "model", "json", "check report"

@@ -31,47 +31,57 @@ std::string PreChecker::ReportFile(const std::string& path) {
 PreChecker::PreChecker(std::string name, const std::map<std::string, std::string>& supported)
     : name_(std::move(name)), supported_(supported) {}
 
+size_t PreChecker::Append(const std::string& text) {
+  const size_t at = text_.size();
+  text_ += text;
+  return at;
+}
+
 Status PreChecker::Check(const void* handle, const std::string& name, const std::string& type) {
-  records_.push_back(Record{handle, name, type, {}});
-  Record& record = records_.back();
+  const size_t nameAt = Append(name);
+  const size_t typeAt = Append(type);
+  records_.push_back(Record{nameAt, typeAt, static_cast<uint32_t>(name.size()),
+                            static_cast<uint32_t>(type.size()), 0});
   if (supported_.count(type) == 0) {
-    record.causes.push_back(
-        Cause{kUnsupportedType, "operator type \"" + type + "\" is not supported"});
+    causes_.push_back(Cause{kUnsupportedType, "operator type \"" + type + "\" is not supported"});
+    ++records_.back().causeCount;
   }
   // An extra check fails the node by filling in its cause; a non-zero status means it could not
   // run at all and ends the check.
   for (const auto& entry : extraChecks_) {
     Cause cause;
     const Status status = entry.second(handle, cause);
-    if (cause.code != 0 || !cause.message.empty()) record.causes.push_back(std::move(cause));
+    if (cause.code != 0 || !cause.message.empty()) {
+      causes_.push_back(std::move(cause));
+      ++records_.back().causeCount;
+    }
     if (status != SUCCESS) return status;
   }
   return SUCCESS;
 }
 
 bool PreChecker::HasError() const {
-  for (const Record& record : records_) {
-    if (!record.causes.empty()) return true;
-  }
-  return false;
+  return !causes_.empty();
 }
 
 std::string PreChecker::ReportJson() const {
   // Keys stay in the order written here, so the summary comes first for a reader.
   using Json = nlohmann::ordered_json;
   Json ops = Json::array();
-  std::map<std::string, size_t> unsupported;
+  std::map<std::string_view, size_t> unsupported;
   size_t failed = 0;
+  auto cause = causes_.begin();
   for (const Record& record : records_) {
+    const std::string_view type = Text(record.typeAt, record.typeSize);
     Json causes = Json::array();
-    for (const Cause& cause : record.causes) {
-      causes.push_back(Json{{"code", cause.code}, {"message", cause.message}});
-      if (cause.code == kUnsupportedType) ++unsupported[record.type];
+    for (uint32_t i = 0; i < record.causeCount; ++i, ++cause) {
+      causes.push_back(Json{{"code", cause->code}, {"message", cause->message}});
+      if (cause->code == kUnsupportedType) ++unsupported[type];
     }
-    if (!record.causes.empty()) ++failed;
-    ops.push_back(Json{{"name", record.name},
-                       {"type", record.type},
-                       {"result", record.causes.empty() ? "pass" : "failed"},
+    if (record.causeCount != 0) ++failed;
+    ops.push_back(Json{{"name", Text(record.nameAt, record.nameSize)},
+                       {"type", type},
+                       {"result", record.causeCount == 0 ? "pass" : "failed"},
                        {"causes", std::move(causes)}});
   }
   Json types = Json::array();

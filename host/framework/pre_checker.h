@@ -1,10 +1,12 @@
 #ifndef TESU_FRAMEWORK_PRE_CHECKER_H
 #define TESU_FRAMEWORK_PRE_CHECKER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "framework/model_parser.h"
@@ -48,16 +50,24 @@ class PreChecker {
   std::string ReportJson() const;
 
  private:
+  // Names and types of all records are kept in one text, so recording a node costs no
+  // allocation of its own.
   struct Record {
-    const void* handle;
-    std::string name;
-    std::string type;
-    std::vector<Cause> causes;
+    size_t nameAt;
+    size_t typeAt;
+    uint32_t nameSize;
+    uint32_t typeSize;
+    uint32_t causeCount;  // its causes follow those of the records before it in causes_
   };
+
+  std::string_view Text(size_t at, uint32_t size) const { return {text_.data() + at, size}; }
+  size_t Append(const std::string& text);
 
   std::string name_;
   const std::map<std::string, std::string>& supported_;
   std::vector<Record> records_;
+  std::vector<Cause> causes_;  // in record order
+  std::string text_;
   std::map<std::string, CheckFunc> extraChecks_;
 };
 

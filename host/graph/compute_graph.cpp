@@ -10,6 +10,7 @@ namespace tov {
 LegacyGraph::LegacyGraph() : arena_(GraphArena::Create()) {}
 
 LegacyGraph::~LegacyGraph() {
+  arena_->StopReuse();
   // Nodes that someone still holds outlive the graph: they leave it without edges, so that they
   // point at no node that is gone. Every other node just goes, in one sweep, without edges being
   // taken apart one by one.

@@ -25,9 +25,15 @@
 
 namespace tov {
 
-// Hands out memory from blocks of a fixed size taken from the heap, and gives the blocks back
-// only when it is destroyed. Unlike a geometrically growing buffer, it never holds more than one
-// block's worth of memory it has not handed out.
+// Hands out memory from blocks of a fixed size, and gives the blocks back only when it is
+// destroyed. Unlike a geometrically growing buffer, it never holds more than one block's worth of
+// memory it has not handed out. The first block is ordinary heap memory, which is all a small
+// graph needs; later ones are aligned for huge pages (see NewBlock).
+//
+// Small pieces that are given back (the old buffer of a vector that grew, a node removed by a
+// pass) are kept on a list per size and handed out again before new memory is taken, so editing
+// a graph reuses what it frees. Pieces may be given back from any thread (a handle released
+// after its graph is gone); memory is taken only by the thread that edits the graph.
 class BlockResource : public std::pmr::memory_resource {
  public:
   BlockResource() = default;
@@ -35,10 +41,28 @@ class BlockResource : public std::pmr::memory_resource {
   BlockResource& operator=(const BlockResource&) = delete;
   ~BlockResource() override;
 
+  // Pieces given back from now on are not kept for reuse: the owner is going, and listing them
+  // would only cost time.
+  void StopReuse() { closing_.store(true, std::memory_order_relaxed); }
+
  private:
   static constexpr size_t kBlockBytes = 2 << 20;
+  // Every piece is a whole number of grains, so a piece given back fits any request of its size.
+  static constexpr size_t kGrain = 8;
+  static constexpr size_t kMaxReusedBytes = 1024;
+
+  static size_t Rounded(size_t bytes) {
+    return bytes == 0 ? kGrain : (bytes + kGrain - 1) / kGrain * kGrain;
+  }
+  static bool Reusable(size_t rounded, size_t alignment) {
+    return rounded <= kMaxReusedBytes && alignment <= kGrain;
+  }
 
   void* do_allocate(size_t bytes, size_t alignment) override {
+    bytes = Rounded(bytes);
+    if (Reusable(bytes, alignment)) {
+      if (void* reused = TakeFreed(bytes)) return reused;
+    }
     if (current_ == nullptr || Aligned(alignment) + bytes > capacity_) NewBlock(bytes + alignment);
     const size_t offset = Aligned(alignment);
     used_ = offset + bytes;
@@ -49,16 +73,43 @@ class BlockResource : public std::pmr::memory_resource {
     const uintptr_t at = reinterpret_cast<uintptr_t>(current_) + used_;
     return used_ + ((alignment - at % alignment) % alignment);
   }
-  void do_deallocate(void*, size_t, size_t) override {}
+  void do_deallocate(void* piece, size_t bytes, size_t alignment) override {
+    bytes = Rounded(bytes);
+    // Past reuse, or too large to reuse: it stays unused until the arena goes.
+    if (!Reusable(bytes, alignment) || closing_.load(std::memory_order_relaxed)) return;
+    std::atomic<void*>& head = freed_[bytes / kGrain - 1];
+    void* next = head.load(std::memory_order_relaxed);
+    do {
+      *static_cast<void**>(piece) = next;
+    } while (!head.compare_exchange_weak(next, piece, std::memory_order_release,
+                                         std::memory_order_relaxed));
+  }
+  // Only the editing thread takes pieces, so the head cannot be taken and given back between
+  // reading it and swapping it out.
+  void* TakeFreed(size_t bytes) {
+    std::atomic<void*>& head = freed_[bytes / kGrain - 1];
+    void* piece = head.load(std::memory_order_acquire);
+    while (piece != nullptr &&
+           !head.compare_exchange_weak(piece, *static_cast<void**>(piece),
+                                       std::memory_order_acquire, std::memory_order_acquire)) {
+    }
+    return piece;
+  }
   bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override {
     return this == &other;
   }
   void NewBlock(size_t atLeast);
 
-  std::vector<void*> blocks_;
+  struct Block {
+    void* memory;
+    bool huge;  // aligned for huge pages, and freed with that alignment
+  };
+  std::vector<Block> blocks_;
   char* current_ = nullptr;
   size_t capacity_ = 0;
   size_t used_ = 0;
+  std::atomic<void*> freed_[kMaxReusedBytes / kGrain] = {};  // pieces given back, per size
+  std::atomic<bool> closing_{false};
 };
 
 class GraphArena;
@@ -96,6 +147,11 @@ class GraphArena {
 
   std::pmr::memory_resource* Resource(Region region = kOther) { return &regions_[region]; }
 
+  // The graph is being destroyed: what it frees need not be kept for reuse.
+  void StopReuse() {
+    for (BlockResource& region : regions_) region.StopReuse();
+  }
+
   // A copy of the bytes that lives as long as the arena.
   std::string_view CopyString(std::string_view text) {
     if (text.empty()) return {};
@@ -121,8 +177,9 @@ inline ArenaRef::~ArenaRef() {
   }
 }
 
-// A standard allocator over one region of an arena that holds the arena alive. Freeing is a
-// no-op: the arena gives everything back at once when its last user is gone.
+// A standard allocator over one region of an arena that holds the arena alive. What it frees goes
+// back to the region for reuse; the arena gives everything back at once when its last user is
+// gone.
 template <typename T, GraphArena::Region R>
 class ArenaAllocator {
  public:
@@ -139,7 +196,9 @@ class ArenaAllocator {
   T* allocate(size_t count) {
     return static_cast<T*>(arena_->Resource(R)->allocate(count * sizeof(T), alignof(T)));
   }
-  void deallocate(T*, size_t) noexcept {}
+  void deallocate(T* objects, size_t count) noexcept {
+    arena_->Resource(R)->deallocate(objects, count * sizeof(T), alignof(T));
+  }
 
   template <typename U>
   bool operator==(const ArenaAllocator<U, R>& other) const {

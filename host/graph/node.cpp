@@ -96,60 +96,71 @@ RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllOutDataAn
       self, std::vector<OutDataAnchorPtr>(outAnchors_.begin(), outAnchors_.end()));
 }
 
+// A role is a base of its node; the node is the object that contains it.
+Node& NodeSpec::Self() const {
+  return const_cast<Node&>(static_cast<const Node&>(*this));
+}
+Node& NodeWalker::Self() const {
+  return const_cast<Node&>(static_cast<const Node&>(*this));
+}
+Node& NodeCompatibler::Self() const {
+  return const_cast<Node&>(static_cast<const Node&>(*this));
+}
+
 const std::string& NodeSpec::Name() const {
-  return node_.GetName();
+  return Self().GetName();
 }
 const std::string& NodeSpec::Type() const {
-  return node_.GetType();
+  return Self().GetType();
 }
 tov::OpDesc& NodeSpec::OpDesc() const {
-  return *node_.opDesc_;
+  return *Self().opDesc_;
 }
 
 size_t NodeSpec::InDataEdgeSize() const {
   size_t count = 0;
-  for (const auto& anchor : node_.inAnchors_)
+  for (const auto& anchor : Self().inAnchors_)
     count += anchor->GetPeerOutAnchorRaw() != nullptr ? 1 : 0;
   return count;
 }
 
 size_t NodeSpec::OutDataEdgeSize() const {
   size_t count = 0;
-  for (const auto& anchor : node_.outAnchors_) count += anchor->GetPeersRaw().size();
+  for (const auto& anchor : Self().outAnchors_) count += anchor->GetPeersRaw().size();
   return count;
 }
 
 size_t NodeSpec::OutEdgeSize() const {
-  return OutDataEdgeSize() + node_.OutControl().size();
+  return OutDataEdgeSize() + Self().OutControl().size();
 }
 size_t NodeSpec::InControlEdgeSize() const {
-  return node_.InControl().size();
+  return Self().InControl().size();
 }
 size_t NodeSpec::OutControlEdgeSize() const {
-  return node_.OutControl().size();
+  return Self().OutControl().size();
 }
 
 Node* NodeWalker::OutDataNode(size_t outIndex, size_t edgeIndex) const {
-  if (outIndex >= node_.outAnchors_.size()) return nullptr;
-  const InDataAnchor* consumer = node_.outAnchors_[outIndex]->ConsumerAt(edgeIndex);
+  if (outIndex >= Self().outAnchors_.size()) return nullptr;
+  const InDataAnchor* consumer = Self().outAnchors_[outIndex]->ConsumerAt(edgeIndex);
   return consumer == nullptr ? nullptr : consumer->GetOwnerNodeRaw();
 }
 
 Node* NodeWalker::InDataNode(size_t inIndex) const {
-  if (inIndex >= node_.inAnchors_.size()) return nullptr;
-  OutDataAnchor* peer = node_.inAnchors_[inIndex]->GetPeerOutAnchorRaw();
+  if (inIndex >= Self().inAnchors_.size()) return nullptr;
+  OutDataAnchor* peer = Self().inAnchors_[inIndex]->GetPeerOutAnchorRaw();
   return peer == nullptr ? nullptr : peer->GetOwnerNodeRaw();
 }
 
 const std::vector<Node*>& NodeWalker::InControlNodes() const {
-  return node_.InControl();
+  return Self().InControl();
 }
 const std::vector<Node*>& NodeWalker::OutControlNodes() const {
-  return node_.OutControl();
+  return Self().OutControl();
 }
 
 graphStatus NodeCompatibler::RemoveSpecificInput(size_t index) {
-  auto& anchors = node_.inAnchors_;
+  auto& anchors = Self().inAnchors_;
   if (index >= anchors.size()) return GRAPH_PARAM_INVALID;
   InDataAnchor& anchor = *anchors[index];
   Node* producer = nullptr;
@@ -160,11 +171,11 @@ graphStatus NodeCompatibler::RemoveSpecificInput(size_t index) {
   anchor.owner_ = nullptr;
   anchors.erase(anchors.begin() + static_cast<std::ptrdiff_t>(index));
   for (size_t i = index; i < anchors.size(); ++i) anchors[i]->index_ = static_cast<int>(i);
-  node_.opDesc_->RemoveInputDesc(static_cast<uint32_t>(index));
+  Self().opDesc_->RemoveInputDesc(static_cast<uint32_t>(index));
 
-  if (producer != nullptr && node_.graph_ != nullptr) {
+  if (producer != nullptr && Self().graph_ != nullptr) {
     std::vector<Node*> candidates{producer};
-    node_.graph_->RemoveOrphanedConsts(candidates);
+    Self().graph_->RemoveOrphanedConsts(candidates);
   }
   return GRAPH_SUCCESS;
 }

@@ -26,7 +26,6 @@ using OutAnchorList = std::pmr::vector<OutDataAnchorPtr>;
 // Identity and edge counts of a node.
 class NodeSpec {
  public:
-  explicit NodeSpec(Node& node) : node_(node) {}
   const std::string& Name() const;
   const std::string& Type() const;
   tov::OpDesc& OpDesc() const;
@@ -37,14 +36,19 @@ class NodeSpec {
   size_t InControlEdgeSize() const;
   size_t OutControlEdgeSize() const;
 
+ protected:
+  // A role is a part of its node, without state of its own; only the node makes one.
+  NodeSpec() = default;
+  NodeSpec(const NodeSpec&) = delete;
+  NodeSpec& operator=(const NodeSpec&) = delete;
+
  private:
-  Node& node_;
+  Node& Self() const;
 };
 
 // Neighbours of a node.
 class NodeWalker {
  public:
-  explicit NodeWalker(Node& node) : node_(node) {}
   // The consumer reached through edge `edgeIndex` of output `outIndex`; null when none.
   Node* OutDataNode(size_t outIndex, size_t edgeIndex) const;
   // The producer of input `inIndex`; null when the input is unconnected or absent.
@@ -52,20 +56,31 @@ class NodeWalker {
   const std::vector<Node*>& InControlNodes() const;
   const std::vector<Node*>& OutControlNodes() const;
 
+ protected:
+  // A role is a part of its node, without state of its own; only the node makes one.
+  NodeWalker() = default;
+  NodeWalker(const NodeWalker&) = delete;
+  NodeWalker& operator=(const NodeWalker&) = delete;
+
  private:
-  Node& node_;
+  Node& Self() const;
 };
 
 // Edits that older callers make on a node's inputs.
 class NodeCompatibler {
  public:
-  explicit NodeCompatibler(Node& node) : node_(node) {}
   // Removes input `index`: its edge, its anchor, its description and its constness flag. Later
   // inputs move down by one. A Const producer left without consumers leaves the graph too.
   graphStatus RemoveSpecificInput(size_t index);
 
+ protected:
+  // A role is a part of its node, without state of its own; only the node makes one.
+  NodeCompatibler() = default;
+  NodeCompatibler(const NodeCompatibler&) = delete;
+  NodeCompatibler& operator=(const NodeCompatibler&) = delete;
+
  private:
-  Node& node_;
+  Node& Self() const;
 };
 
 // A node's description and anchors.
@@ -137,24 +152,28 @@ class LegacyNode {
   bool removed_ = false;
 };
 
-// A node of a compute graph. Created only by the graph (LegacyGraph::AddNode).
-class Node : public LegacyNode, public std::enable_shared_from_this<Node> {
+// A node of a compute graph. Created only by the graph (LegacyGraph::AddNode). Its roles are
+// empty bases, so they cost the node no memory.
+class Node : public LegacyNode,
+             public std::enable_shared_from_this<Node>,
+             private NodeSpec,
+             private NodeWalker,
+             private NodeCompatibler {
  public:
-  Node(OpDescPtr opDesc, ComputeGraph* graph)
-      : LegacyNode(std::move(opDesc), graph), spec_(*this), walker_(*this), compatibler_(*this) {
+  Node(OpDescPtr opDesc, ComputeGraph* graph) : LegacyNode(std::move(opDesc), graph) {
     CreateAnchors();
   }
 
-  NodeSpec& RoleNodeSpec() { return spec_; }
-  const NodeSpec& RoleNodeSpec() const { return spec_; }
-  NodeWalker& RoleNodeWalker() { return walker_; }
-  const NodeWalker& RoleNodeWalker() const { return walker_; }
-  NodeCompatibler& RoleNodeCompatibler() { return compatibler_; }
+  NodeSpec& RoleNodeSpec() { return *this; }
+  const NodeSpec& RoleNodeSpec() const { return *this; }
+  NodeWalker& RoleNodeWalker() { return *this; }
+  const NodeWalker& RoleNodeWalker() const { return *this; }
+  NodeCompatibler& RoleNodeCompatibler() { return *this; }
 
  private:
-  NodeSpec spec_;
-  NodeWalker walker_;
-  NodeCompatibler compatibler_;
+  friend class NodeSpec;
+  friend class NodeWalker;
+  friend class NodeCompatibler;
 };
 
 }  // namespace tov
