@@ -70,6 +70,7 @@ TEST(AttrTest, EmptyListReadsAsAnyKindAndIntListsNarrow) {
   AttrUtils::SetListFloat(desc, "no_floats", {});
   EXPECT_TRUE(AttrUtils::GetListInt(desc, "no_floats", narrow) && narrow.empty());
   ASSERT_NE(desc.MutableAttr("pad"), nullptr);
+  EXPECT_EQ(tov::AttrValue(*desc.FindAttr("pad")), *desc.FindAttr("pad"));  // copied whole
   ASSERT_TRUE(AttrUtils::GetListInt(desc, "pad", narrow));
   EXPECT_EQ(narrow, (std::vector<int32_t>{1, -2, 3}));
 }
@@ -107,6 +108,7 @@ TEST(AttrTest, QueriesBeyondTheDescriptionsAnswerEmpty) {
   EXPECT_EQ(desc.GetInputDesc(9), tov::TensorDesc());
   EXPECT_EQ(desc.GetOutputDesc(9), tov::TensorDesc());
   EXPECT_EQ(desc.MutableInputDesc(9), nullptr);
+  EXPECT_TRUE(desc.MutableOutputDesc(9) == nullptr && desc.MutableOutputDesc(0) != nullptr);
   testkit::LogCapture log;
   EXPECT_EQ(desc.UpdateInputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
   EXPECT_EQ(desc.UpdateOutputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
