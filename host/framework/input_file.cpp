@@ -11,14 +11,14 @@
 namespace tesu {
 namespace {
 
-// Why a file that is not a regular file is refused.
+// Why a file that is not a regular file is refused. stat follows symbolic links, so a socket is
+// the only kind left after the others.
 std::string NotRegular(mode_t mode) {
   const char* kind = S_ISDIR(mode)    ? "a directory"
                      : S_ISFIFO(mode) ? "a FIFO (named pipe)"
                      : S_ISCHR(mode)  ? "a character device"
                      : S_ISBLK(mode)  ? "a block device"
-                     : S_ISSOCK(mode) ? "a socket"
-                                      : "a special file";
+                                      : "a socket";
   return std::string("it is ") + kind + ", not a regular file";
 }
 

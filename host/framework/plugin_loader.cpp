@@ -28,7 +28,8 @@ bool IsPluginFileName(const std::string& name) {
 fs::path RealParentDirectory(const std::string& file) {
   std::error_code ec;
   const fs::path real = fs::canonical(file, ec);
-  return (ec ? fs::absolute(file, ec) : real).parent_path();
+  if (!ec) return real.parent_path();
+  return fs::absolute(file, ec).parent_path();
 }
 
 std::vector<FrameworkType> NewTypes(const std::vector<FrameworkType>& before,
@@ -96,8 +97,8 @@ bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& 
       result.loaded.push_back(library.string());
       result.frameworks.push_back(NewTypes(before, factory.RegisteredTypes()));
     } else {
-      const char* reason = dlerror();
-      result.errors.push_back(reason != nullptr ? reason : library.string());
+      // A failed dlopen always leaves its reason, kept for the calling thread.
+      result.errors.push_back(dlerror());
     }
   }
   return true;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -25,7 +26,7 @@ constexpr const char* kModule = "TESU_FMK";
 std::string DirectoryOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+  return path.substr(0, std::max<size_t>(slash, 1));  // "/name" lies in "/"
 }
 
 std::string BaseNameOf(const std::string& path) {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
@@ -33,11 +34,12 @@ using tesu::proto::TensorDef;
 using tesu::proto::TensorDescriptor;
 
 constexpr char kModule[] = "GRAPH";
+const std::string kConstValue = "value";
 
-// Collects the first problem found while loading; the caller logs it once. Descriptions of where
-// a problem lies are callables, so their text is only built when there is a problem to report.
+// Collects the first problem found while loading; the caller logs it once. A helper records what
+// is wrong, and each caller that knows where the problem lies puts that in front of it on the way
+// out, so the text of a description is only built when there is a problem to report.
 struct LoadError {
-  std::string subject;  // e.g. node "conv1" (Conv2D)
   std::string problem;
   bool failed = false;
 
@@ -48,6 +50,12 @@ struct LoadError {
     }
     return GRAPH_MODEL_INVALID;
   }
+
+  // "<where> <problem>": names the part of the model the recorded problem lies in.
+  graphStatus In(const std::string& where) {
+    problem = where + " " + problem;
+    return GRAPH_MODEL_INVALID;
+  }
 };
 
 std::string Quote(const std::string& text) {
@@ -55,18 +63,19 @@ std::string Quote(const std::string& text) {
 }
 
 std::string NodeSubject(const OpDef& op) {
-  return "node " + Quote(op.name()) + " (" + (op.type().empty() ? "no type" : op.type()) + ")";
+  std::string subject = "node " + Quote(op.name()) + " (";
+  subject += op.type().empty() ? std::string_view("no type") : std::string_view(op.type());
+  subject += ")";
+  return subject;
 }
 
 // A description must describe a tensor that could exist: a sane rank, no dimension below -1,
 // and known dimensions whose product, in elements and in bytes, fits in 64 bits.
-template <typename What>
-graphStatus LoadDesc(const TensorDescriptor& def, const What& what, TensorDesc& desc,
-                     LoadError& error) {
+graphStatus LoadDesc(const TensorDescriptor& def, TensorDesc& desc, LoadError& error) {
   const DimsView dims(def.shape().data(), static_cast<size_t>(def.shape_size()));
   const ShapeSize size = CheckedByteSize(dims, def.dtype(), UnknownDims::kSkip);
   if (!size.ok() && size.fault != ShapeFault::kUnknownDataType) {
-    return error.Fail(what() + " " + DescribeShapeFault(size, dims, def.dtype()));
+    return error.Fail(DescribeShapeFault(size, dims, def.dtype()));
   }
   desc.MutableShape() = Shape(def.shape().begin(), def.shape().end());
   desc.SetDataType(static_cast<DataType>(def.dtype()));
@@ -77,26 +86,23 @@ graphStatus LoadDesc(const TensorDescriptor& def, const What& what, TensorDesc& 
 
 // Tensor data must be exactly what the shape and data type need; a tensor without data only
 // needs a description that could exist.
-template <typename What>
-graphStatus LoadTensor(TensorDef& def, const What& what, GraphArena* arena, TensorPtr& tensor,
-                       LoadError& error) {
+graphStatus LoadTensor(TensorDef& def, GraphArena* arena, TensorPtr& tensor, LoadError& error) {
   TensorDesc desc;
-  if (LoadDesc(def.desc(), what, desc, error) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
+  if (LoadDesc(def.desc(), desc, error) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
   const std::string& data = def.data();
   if (!data.empty()) {
     const DimsView dims(desc.GetShape());
     const ShapeSize size = CheckedByteSize(dims, desc.GetDataType());
     if (!size.ok()) {
       // The description passed LoadDesc: only an unknown dimension or data type is left.
-      return error.Fail(what() + " holds " + std::to_string(data.size()) +
+      return error.Fail("holds " + std::to_string(data.size()) +
                         " bytes of data, which need a known shape and data type, but it " +
                         DescribeShapeFault(size, dims, desc.GetDataType()));
     }
     if (static_cast<uint64_t>(size.value) != data.size()) {
-      return error.Fail(what() + " holds " + std::to_string(data.size()) +
-                        " bytes but its shape and " + DataTypeName(desc.GetDataType()) +
-                        " data type need " + std::to_string(size.value) + " (shape " +
-                        ShapeText(dims) + ")");
+      return error.Fail("holds " + std::to_string(data.size()) + " bytes but its shape and " +
+                        DataTypeName(desc.GetDataType()) + " data type need " +
+                        std::to_string(size.value) + " (shape " + ShapeText(dims) + ")");
     }
   }
   tensor = MakeShared<Tensor>(arena, desc);
@@ -104,12 +110,10 @@ graphStatus LoadTensor(TensorDef& def, const What& what, GraphArena* arena, Tens
   return GRAPH_SUCCESS;
 }
 
-template <typename What>
-graphStatus LoadList(const tesu::proto::ListValue& list, const What& what, AttrValue& value,
-                     LoadError& error) {
+graphStatus LoadList(const tesu::proto::ListValue& list, AttrValue& value, LoadError& error) {
   const int kinds =
       (list.s_size() > 0) + (list.i_size() > 0) + (list.f_size() > 0) + (list.b_size() > 0);
-  if (kinds > 1) return error.Fail(what() + " mixes values of several kinds in one list");
+  if (kinds > 1) return error.Fail("mixes values of several kinds in one list");
   if (list.s_size() > 0) {
     value = AttrValue::CreateFrom(std::vector<std::string>(list.s().begin(), list.s().end()));
   } else if (list.f_size() > 0) {
@@ -123,37 +127,37 @@ graphStatus LoadList(const tesu::proto::ListValue& list, const What& what, AttrV
   return GRAPH_SUCCESS;
 }
 
-template <typename What>
-graphStatus LoadAttr(AttrDef& def, const What& what, GraphArena* arena, AttrValue& value,
-                     LoadError& error) {
+// Every kind of the value's oneof is handled; an attribute without a value loads as an empty
+// one.
+graphStatus LoadAttr(AttrDef& def, GraphArena* arena, AttrValue& value, LoadError& error) {
   switch (def.value_case()) {
     case AttrDef::kS:
       value = AttrValue::CreateFrom(std::move(*def.mutable_s()));
-      return GRAPH_SUCCESS;
+      break;
     case AttrDef::kI:
       value = AttrValue::CreateFrom(static_cast<int64_t>(def.i()));
-      return GRAPH_SUCCESS;
+      break;
     case AttrDef::kF:
       value = AttrValue::CreateFrom(def.f());
-      return GRAPH_SUCCESS;
+      break;
     case AttrDef::kB:
       value = AttrValue::CreateFrom(def.b());
-      return GRAPH_SUCCESS;
+      break;
     case AttrDef::kList:
-      return LoadList(def.list(), what, value, error);
+      return LoadList(def.list(), value, error);
     case AttrDef::kT: {
       TensorPtr tensor;
-      if (LoadTensor(*def.mutable_t(), what, arena, tensor, error) != GRAPH_SUCCESS) {
+      if (LoadTensor(*def.mutable_t(), arena, tensor, error) != GRAPH_SUCCESS) {
         return GRAPH_MODEL_INVALID;
       }
       value = AttrValue::CreateFrom(std::move(tensor));
-      return GRAPH_SUCCESS;
+      break;
     }
-    case AttrDef::VALUE_NOT_SET:
+    default:
       value = AttrValue();
-      return GRAPH_SUCCESS;
+      break;
   }
-  return error.Fail(what() + " has a value of an unknown kind");
+  return GRAPH_SUCCESS;
 }
 
 // The interned names of the attribute keys met so far. A model repeats a few dozen keys on every
@@ -176,27 +180,25 @@ class AttrNameCache {
   std::optional<AttrName> entries_[kSlots];
 };
 
-template <typename Owner>
-graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs, const Owner& owner,
-                        GraphArena* arena, AttrHolder& holder, LoadError& error,
-                        AttrNameCache* names = nullptr) {
+// `owner` describes what the attributes belong to; it is only called to report a problem.
+graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs,
+                        const std::function<std::string()>& owner, GraphArena* arena,
+                        AttrHolder& holder, LoadError& error, AttrNameCache& names) {
   // Room for the few attributes a conversion adds ("version", a converter's own), so that the
   // list does not have to move.
   AttrHolder::AttrList list = holder.NewAttrList();
   list.reserve(attrs.size() + 2);
   for (auto& entry : attrs) {
     if (entry.first.size() > kMaxNameBytes) {
-      return error.Fail(owner() + " has an attribute name of " +
-                        std::to_string(entry.first.size()) + " bytes, more than the " +
-                        std::to_string(kMaxNameBytes) + " a name may have");
+      error.Fail("has an attribute name of " + std::to_string(entry.first.size()) +
+                 " bytes, more than the " + std::to_string(kMaxNameBytes) + " a name may have");
+      return error.In(owner());
     }
     AttrValue value;
-    const auto what = [&] { return "attribute " + Quote(entry.first) + " of " + owner(); };
-    if (LoadAttr(entry.second, what, arena, value, error) != GRAPH_SUCCESS) {
-      return GRAPH_MODEL_INVALID;
+    if (LoadAttr(entry.second, arena, value, error) != GRAPH_SUCCESS) {
+      return error.In("attribute " + Quote(entry.first) + " of " + owner());
     }
-    list.emplace_back(names != nullptr ? names->Intern(entry.first) : AttrName::Intern(entry.first),
-                      std::move(value));
+    list.emplace_back(names.Intern(entry.first), std::move(value));
   }
   holder.SetAllAttrs(std::move(list));
   return GRAPH_SUCCESS;
@@ -234,24 +236,27 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
                      static_cast<size_t>(op.output_desc_size()) + (op.type() == "Const"));
   TensorDesc tensorDesc;
   for (int i = 0; i < op.input_desc_size(); ++i) {
-    const auto what = [i] { return "input description " + std::to_string(i); };
-    if (LoadDesc(op.input_desc(i), what, tensorDesc, error)) return GRAPH_MODEL_INVALID;
+    if (LoadDesc(op.input_desc(i), tensorDesc, error) != GRAPH_SUCCESS) {
+      return error.In("input description " + std::to_string(i));
+    }
     desc->AddInputDesc(tensorDesc);
   }
   for (size_t i = desc->GetInputsSize(); i < dataInputs; ++i) desc->AddInputDesc({});
   for (int i = 0; i < op.output_desc_size(); ++i) {
-    const auto what = [i] { return "output description " + std::to_string(i); };
-    if (LoadDesc(op.output_desc(i), what, tensorDesc, error)) return GRAPH_MODEL_INVALID;
+    if (LoadDesc(op.output_desc(i), tensorDesc, error) != GRAPH_SUCCESS) {
+      return error.In("output description " + std::to_string(i));
+    }
     desc->AddOutputDesc(tensorDesc);
   }
   desc->SetIsInputConst(op.is_input_const().begin(), op.is_input_const().end());
   const auto subject = [&op] { return NodeSubject(op); };
-  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error, &names) != GRAPH_SUCCESS) {
+  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error, names) != GRAPH_SUCCESS) {
     return GRAPH_MODEL_INVALID;
   }
   if (op.type() == "Const") {
+    // A loaded tensor attribute always holds a tensor.
     TensorPtr value;
-    if (!AttrUtils::GetTensor(*desc, "value", value) || value == nullptr) {
+    if (!AttrUtils::GetTensor(*desc, kConstValue, value)) {
       return error.Fail("Const node has no tensor attribute \"value\"");
     }
     // A hand-written Const may leave out its output; it is the tensor it holds.
@@ -286,17 +291,19 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
     for (const Node* successor : node->OutControl()) release(successor);
   }
   if (done == nodes.size()) return nullptr;
-  for (const Node* node : nodes) {
-    if (pending[node->sequence_] != 0) return node;
-  }
-  return nullptr;
+  // Some node is still waiting for an input, since not every node was released.
+  return *std::find_if(nodes.begin(), nodes.end(),
+                       [&pending](const Node* node) { return pending[node->sequence_] != 0; });
 }
 
 graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDef>& attrs,
                                        const std::string& owner, AttrHolder& holder) {
   LoadError error;
+  AttrNameCache names;
   const auto what = [&owner] { return owner; };
-  if (LoadAttrMap(attrs, what, nullptr, holder, error) == GRAPH_SUCCESS) return GRAPH_SUCCESS;
+  if (LoadAttrMap(attrs, what, nullptr, holder, error, names) == GRAPH_SUCCESS) {
+    return GRAPH_SUCCESS;
+  }
   AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s", error.problem.c_str());
   return GRAPH_MODEL_INVALID;
 }

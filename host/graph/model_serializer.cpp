@@ -126,9 +126,10 @@ graphStatus ModelSerializer::SaveGraph(const ComputeGraph& graph, GraphDef& grap
     }
     for (size_t i = 0; i < connected; ++i) {
       const OutDataAnchor* peer = node.InAnchors()[i]->GetPeerOutAnchorRaw();
-      op.add_input(peer == nullptr
-                       ? std::string()
-                       : peer->GetOwnerNodeRaw()->GetName() + ":" + std::to_string(peer->GetIdx()));
+      std::string& input = *op.add_input();
+      if (peer != nullptr) {
+        input = peer->GetOwnerNodeRaw()->GetName() + ":" + std::to_string(peer->GetIdx());
+      }
     }
     for (const Node* from : node.RoleNodeWalker().InControlNodes()) {
       op.add_input(from->GetName() + ":-1");

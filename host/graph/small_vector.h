@@ -72,11 +72,11 @@ class SmallVector {
   operator std::vector<T>() const { return ToVector(); }  // NOLINT: a shape reads as a vector
 
   bool operator==(const SmallVector& other) const {
-    return size_ == other.size_ && std::equal(begin(), end(), other.begin());
+    return std::equal(begin(), end(), other.begin(), other.end());
   }
   bool operator!=(const SmallVector& other) const { return !(*this == other); }
   friend bool operator==(const SmallVector& a, const std::vector<T>& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin());
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
   }
   friend bool operator==(const std::vector<T>& a, const SmallVector& b) { return b == a; }
   friend bool operator!=(const SmallVector& a, const std::vector<T>& b) { return !(a == b); }
@@ -86,11 +86,11 @@ class SmallVector {
   // The heap pointer shares its bytes with the inline elements: a capacity of 0 means inline.
   bool OnHeap() const { return capacity_ != 0; }
   size_t Capacity() const { return OnHeap() ? capacity_ : N; }
+  // Room for `count` elements; the elements held are not kept (assign overwrites them all).
   void Reserve(size_t count) {
     if (count <= Capacity()) return;
     if (count > UINT32_MAX) throw std::length_error("SmallVector: too many elements");
     T* grown = new T[count];
-    if (size_ > 0) std::memcpy(grown, data(), size_ * sizeof(T));
     Release();
     heap_ = grown;
     capacity_ = static_cast<uint32_t>(count);

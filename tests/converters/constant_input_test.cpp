@@ -113,17 +113,13 @@ TEST(BatchToSpaceConverter, MissingAttributeLeavesTheNodeUnchanged) {
     int line;
     const char* message;
   };
+  const Edit withSize = [](auto& op) { op.Attr("block_size", 2).Attr("crops", Ints{0, 0}); };
+  const Edit withShape = [](auto& op) {
+    op.Attr("block_shape", Ints{2, 2}).Attr("crops", Ints{0});
+  };
   const Row rows[] = {
-      {"BatchToSpaceNDD",
-       [](auto& op) {
-         op.Attr("block_size", 2).Attr("crops", Ints{0, 0});
-       },
-       444, "get blockShape fail."},
-      {"BatchToSpaceD",
-       [](auto& op) {
-         op.Attr("block_shape", Ints{2, 2}).Attr("crops", Ints{0});
-       },
-       448, "get blockSize fail."},
+      {"BatchToSpaceNDD", withSize, 444, "get blockShape fail."},
+      {"BatchToSpaceD", withShape, 448, "get blockSize fail."},
       {"BatchToSpaceD", [](auto& op) { op.Attr("block_size", 2); }, 453, "get crops fail."},
   };
   for (const Row& row : rows) {

@@ -92,37 +92,29 @@ INSTANTIATE_TEST_SUITE_P(
                       ReplacementCase{"BatchNorm", 3}, ReplacementCase{"Concat", 0},
                       ReplacementCase{"ConcatV2", 1}, ReplacementCase{"Concat", 3}));
 
-// The new node carries only its own attributes: an axis becomes concat_dim, and an input
-// count is kept when the source has one.
+// The new node carries only its own attributes: a source epsilon is kept, anything else (a
+// momentum included) is not; an axis becomes concat_dim, and an input count is kept.
 TEST(NodeReplacement, NewNodeGetsItsOwnAttributes) {
   struct Row {
     const char* type;
     Names inputs;
     std::vector<int32_t> axis;
-    Edit edit;
-    const char* attrs;
+    const char* name;  // of the one source attribute set, to 0.5 (or 3 for "N")
+    std::string attrs;
   };
+  const std::string bn = "mode=1 momentum=0.9 use_global_stats=true version=5";
   const Row rows[] = {
-      {"BatchNorm",
-       kBatchNormInputs,
-       {},
-       [](auto& op) { op.Attr("momentum", 0.5f); },
-       "epsilon=0.0001 mode=1 momentum=0.9 use_global_stats=true version=5"},
-      {"BatchNormExt2",
-       kBatchNormInputs,
-       {},
-       [](auto& op) { op.Attr("epsilon", 0.001f); },
-       "epsilon=0.001 mode=1 momentum=0.9 use_global_stats=true version=5"},
-      {"Concat", {"x0", "x1", "axis"}, {1}, [](auto&) {}, "concat_dim=1 version=5"},
-      {"ConcatV2",
-       {"x0", "axis"},
-       {-1},
-       [](auto& op) { op.Attr("N", 3); },
-       "N=3 concat_dim=-1 version=5"},
+      {"BatchNorm", kBatchNormInputs, {}, "momentum", "epsilon=0.0001 " + bn},
+      {"BatchNormExt2", kBatchNormInputs, {}, "epsilon", "epsilon=0.5 " + bn},
+      {"Concat", {"x0", "x1", "axis"}, {1}, "carried", "concat_dim=1 version=5"},
+      {"ConcatV2", {"x0", "axis"}, {-1}, "N", "N=3 concat_dim=-1 version=5"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.attrs);
-    auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis, row.edit);
+    auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis, [&row](OpBuilder& op) {
+      if (std::string(row.name) == "N") op.Attr("N", 3);
+      if (std::string(row.name) != "N") op.Attr(row.name, 0.5f);
+    });
     ASSERT_EQ(Convert(*graph, "n"), 0u);
     EXPECT_EQ(AttrsText(Desc(*graph, "n")), row.attrs);
   }

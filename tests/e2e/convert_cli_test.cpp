@@ -1,4 +1,4 @@
-// tesu-convert's options, failures and plug-in lookup, on models written by the test builder.
+// tesu-convert's options, failures and pictures, on models written by the test builder.
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -25,7 +25,8 @@ ModelBuilder SupportedModel() {
 }
 
 TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
-  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
+  const std::string model = dir_.Write("model.pb", SupportedModel().Bytes());
+  const std::string garbage = dir_.Write("garbage", std::string(64, '\xff'));
   fs::create_directory(Path("empty"));
   struct Case {
     std::vector<std::string> args;
@@ -34,11 +35,12 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
   };
   const std::string out = Path("o.pb");
   const Case cases[] = {
-      {{"--model", Path("absent.pb"), "--output", out}, 1, "cannot read"},
       {{"--model", model, "--output", out, "--plugin-dir", Path("empty")},
        1,
        "no parser for framework 6"},
-      {{"--model", model, "--output", out, "--framework", "7"}, 1, "no parser for framework 7"},
+      // Another framework's model is its plug-in's to judge, so bytes that are no model of this
+      // host's format still reach the parser lookup.
+      {{"--model", garbage, "--output", out, "--framework", "7"}, 1, "no parser for framework 7"},
       {{"--model", model, "--output", model}, 2, "would overwrite the input model"},
       {{"--model", model, "--output", out, "--input_shape", "a:b", "--plugin-dir", Path("absent")},
        2,
@@ -55,20 +57,12 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
   }
   EXPECT_EQ(ReadFile(model), before);
-  EXPECT_EQ(Files(), (std::vector<std::string>{"empty", "model.pb"}));
-}
-
-TEST_F(ConvertCliTest, PluginDirectoryComesFromTheFlagThenTheEnvironment) {
-  fs::create_directory(Path("empty"));
-  const std::string plugins = (fs::path(ConvertToolPath()).parent_path() / "plugins").string();
-  EXPECT_EQ(Run({"--list-frameworks"}).out, "6 Orvane\n");
-  EXPECT_EQ(Run({"--list-frameworks"}, Path("empty")).out, "");
-  EXPECT_EQ(Run({"--list-frameworks", "--plugin-dir", plugins}, Path("empty")).out, "6 Orvane\n");
+  EXPECT_EQ(Files(), (std::vector<std::string>{"empty", "garbage", "model.pb"}));
 }
 
 // The pictures show the graph before and after the conversion; the profile lists every step.
 TEST_F(ConvertCliTest, PicturesAndProfileOfAConversion) {
-  const std::string model = dir_.WriteModel("model.pb", SupportedModel());
+  const std::string model = dir_.Write("model.pb", SupportedModel().Bytes());
   const auto r = Run({"--model", model, "--output", Path("out.pb"), "--dot", Path("after.dot"),
                       "--dot-source", Path("before.dot"), "--profile"});
   ASSERT_EQ(r.exitCode, 0) << r.err;

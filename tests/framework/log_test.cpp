@@ -11,11 +11,10 @@ namespace {
 
 TEST(LogTest, StderrLineNamesLevelAndModuleAndTheThresholdDropsLowerLevels) {
   const int previous = tesu::log::GetLevel();
-  const std::pair<int, std::string> prefixes[] = {{AI_LOG_DEBUG, "[DEBUG]"},
-                                                  {AI_LOG_INFO, "[INFO]"},
-                                                  {AI_LOG_WARNING, "[WARNING]"},
-                                                  {AI_LOG_ERROR, "[ERROR]"},
-                                                  {AI_LOG_ERROR + 1, "[LEVEL?]"}};
+  const std::pair<int, std::string> prefixes[] = {
+      {AI_LOG_DEBUG, "[DEBUG]"}, {AI_LOG_INFO, "[INFO]"},        {AI_LOG_WARNING, "[WARNING]"},
+      {AI_LOG_ERROR, "[ERROR]"}, {AI_LOG_ERROR + 1, "[LEVEL?]"},
+  };
   for (int threshold : {AI_LOG_DEBUG, AI_LOG_WARNING}) {
     tesu::log::SetLevel(threshold);
     for (const auto& [level, prefix] : prefixes) {

@@ -1,5 +1,7 @@
 // Where a program finds its plug-ins (beside it in a build tree, under its prefix once installed,
 // always relative to the real program rather than a link to it), and loading them.
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -55,23 +57,30 @@ TEST(PluginDirectoryTest, FlagThenEnvironmentThenNoCandidate) {
   EXPECT_EQ(tesu::ResolvePluginDirectory("given"), "given");
   ::setenv("TESU_PLUGIN_DIR", "from_env", 1);
   EXPECT_EQ(tesu::ResolvePluginDirectory(""), "from_env");
+  ::setenv("TESU_PLUGIN_DIR", "", 1);  // set but empty: as if unset
+  EXPECT_EQ(
+      tesu::ResolvePluginDirectory(""),
+      tesu::PluginDirectoryBeside("/proc/self/exe", tesu::DefaultPluginDirectoryCandidates()));
   ::unsetenv("TESU_PLUGIN_DIR");
   EXPECT_EQ(tesu::PluginDirectoryBeside("/proc/self/exe", {}), "");
   EXPECT_EQ(tesu::PluginDirectoryBeside("/no/such/tool", {"plugins"}), "/no/such/plugins");
 }
 
 // Only lib*.so files are opened; one that is not a library is reported and the rest still load.
+// A FIFO named like a library is reported and skipped, not opened (which would block).
 TEST(PluginLoadTest, BrokenLibrariesAreReportedAndAnUnlistableDirectoryRefused) {
   testkit::TempDir dir;
   for (const char* name : {"libbroken.so", "lib.so", "notlib.so", "libtext.txt"}) {
     dir.Write(name, "not a library");
   }
+  ASSERT_EQ(mkfifo(dir.Path("libfifo.so").c_str(), 0600), 0);
   tesu::PluginLoadResult result;
   std::string error;
   ASSERT_TRUE(tesu::LoadPlugins(dir.Path(), result, error));
   EXPECT_TRUE(result.loaded.empty());
-  ASSERT_EQ(result.errors.size(), 1u);
-  EXPECT_NE(result.errors[0].find("libbroken.so"), std::string::npos) << result.errors[0];
+  ASSERT_EQ(result.errors.size(), 2u);
+  EXPECT_EQ(result.errors[0], dir.Path("libfifo.so") + ": not a regular file");
+  EXPECT_NE(result.errors[1].find("libbroken.so"), std::string::npos) << result.errors[1];
   EXPECT_FALSE(tesu::LoadPlugins(dir.Path("missing"), result, error));
   EXPECT_NE(error.find("cannot list plug-in directory"), std::string::npos) << error;
 }

@@ -12,6 +12,7 @@
 #include "framework/input_file.h"
 #include "framework/proto_io.h"
 #include "graph/proto/model.pb.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ TEST(Pb2JsonTest, ExcludedNamesAreDroppedAtEveryDepthAndTheMessageIsKept) {
   EXPECT_EQ(model.graph(0).op(0).attr().at("value").t().data().size(), 4u);
 }
 
-TEST(SaveJsonToFileTest, ReplacesTheFileWithIndentedJsonOrFailsLeavingNoFile) {
+TEST(SaveJsonToFileTest, ReplacesTheFileWithIndentedJsonOrWritesNothing) {
   TempDir dir;
   WriteFile(dir.Path("out.json"), std::string(10000, 'x'));
   WriteFile(dir.Path("plain"), "x");
@@ -60,20 +61,18 @@ TEST(SaveJsonToFileTest, ReplacesTheFileWithIndentedJsonOrFailsLeavingNoFile) {
     EXPECT_NE(tesu::ModelSaver::SaveJsonToFile(path.c_str(), value), tesu::SUCCESS) << path;
   }
   EXPECT_NE(tesu::ModelSaver::SaveJsonToFile(nullptr, value), tesu::SUCCESS);
-  EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"out.json", "plain", "sub"}));
-  EXPECT_EQ(dir.Entries("sub"), std::vector<std::string>{"inside"});
-}
-
-// A writer that fails, or breaks the file it was handed, leaves no file behind; unreadable
-// input is refused.
-TEST(SaveJsonToFileTest, FailedWritesLeaveNoFileAndUnreadableInputIsRefused) {
-  TempDir dir;
+  // A writer that fails, or breaks the file it was handed, leaves no file behind either.
   const std::function<bool(int)> writers[] = {[](int) { return false; },
                                               [](int fd) { return close(fd) == 0; }};
   for (const auto& writer : writers) {
     EXPECT_EQ(tesu::WriteFileAtomically(dir.Path("out"), writer), tesu::FILE_WRITE_FAILED);
   }
-  EXPECT_TRUE(dir.Entries().empty());
+  EXPECT_EQ(dir.Entries(), (std::vector<std::string>{"out.json", "plain", "sub"}));
+  EXPECT_EQ(dir.Entries("sub"), std::vector<std::string>{"inside"});
+}
+
+TEST(ReadFileTest, UnreadableInputIsRefused) {
+  TempDir dir;
   std::string bytes;
   std::string error;
   EXPECT_FALSE(tesu::ReadFileBytes(dir.Path(), bytes, error));
@@ -81,6 +80,16 @@ TEST(SaveJsonToFileTest, FailedWritesLeaveNoFileAndUnreadableInputIsRefused) {
   tesu::proto::ModelDef model;
   EXPECT_FALSE(tesu::ReadProtoFromBinaryFile(nullptr, &model));
   EXPECT_FALSE(tesu::ReadProtoFromBinaryFile(dir.Path().c_str(), nullptr));
+  // Framed like a message, but its name is not UTF-8.
+  LogCapture log;
+  EXPECT_FALSE(tesu::ReadProtoFromBinaryFile(dir.Write("bad.pb", "\x0a\x01\xff").c_str(), &model));
+  EXPECT_TRUE(log.Contains("does not hold a serialised tesu.proto.ModelDef"));
+  // A file that shrinks once it is open is not read as a shorter one.
+  tesu::InputFile file;
+  ASSERT_TRUE(file.Open(dir.Write("shrinks", "abcd"), 100, error));
+  std::filesystem::resize_file(dir.Path("shrinks"), 2);
+  EXPECT_FALSE(file.ReadAll(bytes, error));
+  EXPECT_EQ(error, "the file shrank while it was read");
 }
 
 }  // namespace
@@ -100,6 +109,17 @@ TEST(MessageFramingTest, StepsOverEveryFieldKindAndNamesTheFirstBadOne) {
       {"\x0b", "field 1 at byte 0 has wire type 3, which this format never uses"},
       {"\x11\x01", "field 2 at byte 0 runs past the end of the file"},
       {"\x1a\x05xy", "field 3 at byte 0 runs past the end of the file"},
+      {std::string("\x88\x80\x80\x80\x80\x00", 6), "no valid field tag at byte 0"},
+      {"\xf8\xff\xff\xff\x1f", "no valid field tag at byte 0"},  // field number above 2^29 - 1
+      {"\x22\x80", "a truncated or overlong number at byte 1"},
+      {"\x22\xff\xff\xff\xff\x0f", "field 4 at byte 0 runs past the end of the file"},
+      // Only the first 1024 fields are checked.
+      {[] {
+         std::string fields;
+         for (int i = 0; i < 1024; ++i) fields += "\x08\x01";
+         return fields + "\x0b";
+       }(),
+       ""},
   };
   const TempDir dir;
   for (const auto& c : cases) {

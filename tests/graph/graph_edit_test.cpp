@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "graph/graph.h"
+#include "graph/model.h"
 #include "graph/op_desc_utils.h"
+#include "log_capture.h"
 #include "model_builder.h"
 
 namespace {
@@ -34,13 +36,21 @@ TEST(GraphEditTest, RemoveNodeDropsItsEdgesAndTheConstsOnlyItFed) {
   EXPECT_EQ(graph->RemoveNode(*mid), tov::GRAPH_NOT_FOUND);
 }
 
+// A graph with namesakes cannot be saved, since inputs name their producers.
 TEST(GraphEditTest, AddNodeAcceptsANameInUseAndPlacesTheNewNodeAfterIt) {
   auto graph = Fan();
+  EXPECT_FALSE(graph->HasNamesakes());
   auto twin = graph->AddNode(std::make_shared<tov::OpDesc>("mid", "Sub"));
   ASSERT_NE(twin, nullptr);
   EXPECT_EQ(NodeNames(*graph), (Names{"x", "w", "mid", "mid", "a", "b", "c", "ctl"}));
   EXPECT_EQ(graph->FindNode("mid")->GetType(), "Add");
+  std::string saved;
+  testkit::LogCapture log;
+  EXPECT_EQ(tov::Model("m", tov::GraphUtils::CreateGraphFromComputeGraph(graph)).Save(saved),
+            tov::GRAPH_FAILED);
+  EXPECT_TRUE(log.Contains("two nodes are named \"mid\"")) << ::testing::PrintToString(log.Texts());
   graph->RemoveNode(*graph->FindNode("mid"));
+  EXPECT_FALSE(graph->HasNamesakes());
   EXPECT_EQ(graph->FindNode("mid"), twin);
   EXPECT_EQ(graph->AddNode(nullptr), nullptr);
 }
@@ -57,11 +67,13 @@ TEST(GraphEditTest, EdgeCountsAndRefusedEdges) {
             tov::GRAPH_SUCCESS)
       << "a second producer";
   EXPECT_NE(tov::GraphUtils::AddEdge(nullptr, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
-  EXPECT_EQ(a->GetInDataAnchor(5), nullptr);
+  EXPECT_TRUE(a->GetInDataAnchor(5) == nullptr && a->GetInDataAnchor(-1) == nullptr &&
+              a->GetOutDataAnchor(1) == nullptr && a->GetOutDataAnchor(-1) == nullptr);
   // Removing an edge that is gone fails.
   auto out = graph->FindNode("mid")->GetOutDataAnchor(0);
   EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
   EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, a->GetInDataAnchor(0)), tov::GRAPH_NOT_FOUND);
+  EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, nullptr), tov::GRAPH_PARAM_INVALID);
 }
 
 TEST(GraphEditTest, ByPassNodeFeedsConsumersFromTheProducerAndJoinsControlEdges) {
@@ -90,15 +102,8 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   model.Data("x");
   model.Data("y");
   model.ConstInt32("shape", {1, 3});
-  model.Op("r", "Reshape")
-      .Input("x")
-      .Input("shape")
-      .Input("y")
-      .InputDesc({1})
-      .InputDesc({2}, 3)
-      .InputDesc({3})
-      .InputConst({false, true, false})
-      .Output();
+  testkit::OpBuilder op = model.Op("r", "Reshape").Input("x").Input("shape").Input("y");
+  op.InputDesc({1}).InputDesc({2}, 3).InputDesc({3}).InputConst({false, true, false}).Output();
   auto graph = model.LoadGraph();
   auto r = graph->FindNode("r");
   ASSERT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(1), tov::GRAPH_SUCCESS);
@@ -175,34 +180,29 @@ TEST(GraphEditTest, NestedWalksMayRemoveNodes) {
   EXPECT_EQ(NodeNames(*graph), (Names{"n0", "n1", "n2", "n4", "late"}));
 }
 
-TEST(GraphEditTest, WalkReturnsTheFirstNonZeroStatusAndStops) {
-  auto graph = testkit::ReluChain(4);
-  Names seen;
-  auto status = graph->ROLE(GraphListWalker).WalkAllNodes([&](tov::Node& node) -> uint32_t {
-    seen.push_back(node.GetName());
-    return node.GetName() == "n1" ? 5 : node.GetName() == "n2" ? 7 : 0;
-  });
-  EXPECT_EQ(status, 5u);
-  EXPECT_EQ(seen, (Names{"n0", "n1"}));
-}
-
-// The action may remove its own node or a later one; filtered-out nodes get no action.
-TEST(GraphEditTest, WalkActionMayRemoveItsOwnNodeOrALaterOne) {
+// The action may remove its own node or a later one; filtered-out nodes get no action; the first
+// non-zero status ends a walk.
+TEST(GraphEditTest, WalkActionMayRemoveItsOwnNodeOrALaterOneOrStopTheWalk) {
   auto graph = testkit::ReluChain(6);
+  auto& walker = graph->ROLE(GraphListWalker);
   Names seen;
-  const auto status =
-      graph->ROLE(GraphListWalker)
-          .WalkAllNodesModifiable([](tov::Node& node) { return node.GetName() != "n5"; },
-                                  [&](tov::Node& node) -> uint32_t {
-                                    seen.push_back(node.GetName());
-                                    if (node.GetName() == "n1") return graph->RemoveNode(node);
-                                    if (node.GetName() != "n2") return 0;
-                                    return graph->RemoveNode(*graph->FindNode("n3"));
-                                  });
-  EXPECT_EQ(status, 0u);
+  const auto notN5 = [](tov::Node& node) { return node.GetName() != "n5"; };
+  const auto removing = [&](tov::Node& node) -> uint32_t {
+    seen.push_back(node.GetName());
+    if (node.GetName() == "n1") return graph->RemoveNode(node);
+    return node.GetName() == "n2" ? graph->RemoveNode(*graph->FindNode("n3")) : 0;
+  };
+  EXPECT_EQ(walker.WalkAllNodesModifiable(notN5, removing), 0u);
   EXPECT_EQ(seen, (Names{"n0", "n1", "n2", "n4"}));
   EXPECT_EQ(testkit::NodeNames(*graph), (Names{"n0", "n2", "n4", "n5"}));
   EXPECT_EQ(graph->GetNodesSize(), 4u);
+  seen.clear();
+  const auto stopping = [&](tov::Node& node) -> uint32_t {
+    seen.push_back(node.GetName());
+    return node.GetName() == "n2" ? 5 : node.GetName() == "n4" ? 7 : 0;
+  };
+  EXPECT_EQ(walker.WalkAllNodes(stopping), 5u);
+  EXPECT_EQ(seen, (Names{"n0", "n2"}));
 }
 
 }  // namespace

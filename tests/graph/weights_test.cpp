@@ -29,7 +29,7 @@ std::shared_ptr<tov::ComputeGraph> WithWeights() {
   return model.LoadGraph();
 }
 
-TEST(WeightsTest, SetWeightsAppendsNewConstantsJustBeforeTheirConsumer) {
+TEST(WeightsTest, SetWeightsAppendsNewConstantsBeforeTheirConsumerOrRemovesSurplusOnes) {
   auto graph = WithWeights();
   auto op = graph->FindNode("op");
   auto weights = OpDescUtils::MutableWeights(*op);
@@ -53,11 +53,10 @@ TEST(WeightsTest, SetWeightsAppendsNewConstantsJustBeforeTheirConsumer) {
   EXPECT_EQ(ProducersOf(*op).back(), "op_weight_5_1");
   ASSERT_EQ(graph->RemoveNode(*op), tov::GRAPH_SUCCESS);
   EXPECT_EQ(OpDescUtils::SetWeights(*op, weights), tov::GRAPH_PARAM_INVALID);
-}
 
-TEST(WeightsTest, SetWeightsWithFewerTensorsRemovesSurplusConstInputs) {
-  auto graph = WithWeights();
-  auto op = graph->FindNode("op");
+  // Fewer tensors than constant inputs: the surplus inputs and the constants only they fed go.
+  graph = WithWeights();
+  op = graph->FindNode("op");
   ASSERT_EQ(OpDescUtils::SetWeights(*op, {OpDescUtils::MutableWeights(*op)[1]}),
             tov::GRAPH_SUCCESS);
   EXPECT_EQ(ProducersOf(*op), (Names{"x", "w1"}));

@@ -9,13 +9,6 @@ namespace {
 
 using namespace testkit;
 
-std::string SmallModelBytes() {
-  ModelBuilder model;
-  model.Data("in");
-  model.Unary("relu", "Relu", "in");
-  return model.Bytes();
-}
-
 tov::BaseBuffer BufferOf(const std::string& bytes, size_t size) {
   return tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), size);
 }
@@ -29,7 +22,7 @@ tesu::Status ParseBuffers(std::vector<tov::BaseBuffer> buffers, tov::Graph& grap
 }
 
 TEST(ParserDriver, RejectsAnythingButOneBufferWithData) {
-  const std::string bytes = SmallModelBytes();
+  const std::string bytes = ReluChainModel(2).Bytes();
   const tov::BaseBuffer good = BufferOf(bytes, bytes.size());
   const std::vector<std::vector<tov::BaseBuffer>> cases = {
       {}, {good, good}, {tov::BaseBuffer(nullptr, bytes.size())}};
@@ -63,13 +56,13 @@ TEST(ParserDriver, OnlySuccessReplacesTheCallersGraph) {
 
   std::weak_ptr<tov::ComputeGraph> previousWatch = previous;
   previous.reset();
-  const std::string bytes = SmallModelBytes();
+  const std::string bytes = ReluChainModel(2).Bytes();
   ASSERT_EQ(ParseBuffers({BufferOf(bytes, bytes.size())}, graph), 0u);
   EXPECT_TRUE(previousWatch.expired());
   auto result = tov::GraphUtils::GetComputeGraph(graph);
   ASSERT_NE(result, nullptr);
   EXPECT_EQ(result.use_count(), 2);  // the caller's handle and this copy: the model is gone
-  EXPECT_EQ(Desc(*result, "relu").GetType(), "Activation");
+  EXPECT_EQ(Desc(*result, "n1").GetType(), "Activation");
 }
 
 }  // namespace

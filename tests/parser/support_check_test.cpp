@@ -24,10 +24,8 @@ class ParserSupportCheck : public ::testing::Test {
 ModelBuilder WithTypes(std::initializer_list<const char*> types) {
   ModelBuilder model;
   model.Data("n0");
-  int index = 0;
-  for (const char* type : types) {
-    model.Unary("n" + std::to_string(index + 1), type, "n" + std::to_string(index));
-    ++index;
+  for (size_t i = 0; i < types.size(); ++i) {
+    model.Unary("n" + std::to_string(i + 1), types.begin()[i], "n" + std::to_string(i));
   }
   return model;
 }

@@ -33,19 +33,11 @@ ModelBuilder Source() {
   ModelBuilder model;
   model.Data("data", {1, 4});
   model.ConstFloat("w", {1, 2, 3, 4, 5, 6, 7, 8}, {4, 2});
-  model.Op("mm", "MatMul")
-      .Input("data")
-      .Input("w")
-      .Output({1, 2})
-      .Attr("transpose_a", false)
-      .Attr("transpose_b", true)
-      .Attr("_opt_input", "x");
+  OpBuilder mm = model.Op("mm", "MatMul").Input("data").Input("w").Output({1, 2});
+  mm.Attr("transpose_a", false).Attr("transpose_b", true).Attr("_opt_input", "x");
   model.Op("bn", "BatchNorm").Input("mm").Output({1, 2}).Attr("epsilon", 0.001f);
-  model.Op("mean", "ReduceMeanD")
-      .Input("bn")
-      .Output({1, 1})
-      .Attr("axes", std::vector<int64_t>{1})
-      .Attr("keep_dims", true);
+  OpBuilder mean = model.Op("mean", "ReduceMeanD").Input("bn").Output({1, 1});
+  mean.Attr("axes", std::vector<int64_t>{1}).Attr("keep_dims", true);
   model.ConstInt32("shape", {1});
   model.Op("flat", "Reshape").Input("mean").Input("shape").Output({1});
   model.Unary("relu", "Relu", "flat", {1});
@@ -57,19 +49,12 @@ ModelBuilder Converted() {
   ModelBuilder model;
   model.Data("data", {1, 4});
   model.ConstFloat("w", {1, 2, 3, 4, 5, 6, 7, 8}, {4, 2});
-  model.Op("mm", "MatMul")
-      .Input("data")
-      .Input("w")
-      .Output({1, 2})
-      .Attr("transpose_x1", false)
-      .Attr("transpose_x2", true);
+  OpBuilder mm = model.Op("mm", "MatMul").Input("data").Input("w").Output({1, 2});
+  mm.Attr("transpose_x1", false).Attr("transpose_x2", true);
   model.Op("bn", "BNInference").Input("mm").Output().Attr("epsilon", 0.001f).Attr("mode", 1);
   model.ConstInt32("mean_weight_1", {1});
-  model.Op("mean", "ReduceMean")
-      .Input("bn")
-      .Input("mean_weight_1")
-      .Output({1})
-      .Attr("keep_dims", false);
+  OpBuilder mean = model.Op("mean", "ReduceMean").Input("bn").Input("mean_weight_1");
+  mean.Output({1}).Attr("keep_dims", false);
   model.Unary("relu", "Activation", "mean", {1}).Attr("inferred_format", 0);
   model.Unary("copy", "Identity", "data", {1, 4});
   return model;
@@ -194,23 +179,7 @@ TEST(ReportDataTest, SaysWhatConversionDidToEachNodeAndDrawsTheWholeGraph) {
   EXPECT_EQ(Build(RunFacts(), true, json::parse("[1]"))["support"], (json{{"checked", false}}));
 }
 
-TEST(ReportDataTest, SummaryCarriesTheRunAndTheOperatorCounts) {
-  RunFacts run;
-  run.modelFile = "net.pb";
-  run.status = 1;
-  run.exitCode = 1;
-  run.opsBefore = {{"Relu", 2}, {"Data", 1}};
-  run.steps = {{"load model", 1.5}, {"support check", 0.5}};
-  const json summary = Build(run, false)["summary"];
-  EXPECT_EQ(summary["model"], "net.pb");
-  EXPECT_EQ(summary["exitCode"], 1);
-  EXPECT_EQ(summary["nodesBefore"], 3);
-  EXPECT_EQ(summary["converted"], false);
-  EXPECT_FALSE(summary.contains("nodesAfter"));
-  EXPECT_EQ(summary["steps"][1], (json{{"name", "support check"}, {"ms", 0.5}}));
-  EXPECT_EQ(summary["totalMs"], 2.0);
-}
-
+// The summary carries the run and the operator counts.
 TEST(ReportDataTest, FailedRunListsTheUnsupportedNodesFromTheCheckReport) {
   const json checkReport = json::parse(R"({
     "summary": {"total": 9, "passed": 6, "failed": 3},
@@ -224,7 +193,20 @@ TEST(ReportDataTest, FailedRunListsTheUnsupportedNodesFromTheCheckReport) {
       {"name": "mm", "type": "MatMul", "result": "failed",
        "causes": [{"code": 7, "message": "weights missing"}]}
     ]})");
-  const json data = Build(RunFacts(), false, checkReport);
+  RunFacts run;
+  run.modelFile = "net.pb";
+  run.status = 1;
+  run.exitCode = 1;
+  run.opsBefore = {{"Relu", 2}, {"Data", 1}};
+  run.steps = {{"load model", 1.5}, {"support check", 0.5}};
+  const json data = Build(run, false, checkReport);
+  const json& summary = data["summary"];
+  EXPECT_TRUE(summary["model"] == "net.pb" && summary["exitCode"] == 1);
+  EXPECT_EQ(summary["nodesBefore"], 3);
+  EXPECT_EQ(summary["converted"], false);
+  EXPECT_FALSE(summary.contains("nodesAfter"));
+  EXPECT_EQ(summary["steps"][1], (json{{"name", "support check"}, {"ms", 0.5}}));
+  EXPECT_EQ(summary["totalMs"], 2.0);
   const json& types = data["support"]["types"];
   ASSERT_EQ(types.size(), 3u);
   // The report's order of unsupported types, then types refused for other reasons.
@@ -332,19 +314,10 @@ TEST(GraphViewTest, ModelBytesAndComputeGraphReadAlike) {
   ModelBuilder model;
   model.Data("in");
   model.ConstInt64("big", std::vector<int64_t>(40, 7), {40});
-  model.Op("op", "Custom")
-      .Input("in")
-      .Input("big")
-      .Control("in")
-      .Output()
-      .Attr("s", "line\nbreak")
-      .Attr("i", int64_t{-3})
-      .Attr("f", 0.1f)
-      .Attr("b", true)
-      .Attr("li", std::vector<int64_t>(20, 1))
-      .Attr("lf", std::vector<float>{1.5f, -2})
-      .Attr("ls", std::vector<std::string>{"a", "b"})
-      .EmptyListAttr("empty");
+  OpBuilder op = model.Op("op", "Custom").Input("in").Input("big").Control("in").Output();
+  op.Attr("s", "line\nbreak").Attr("i", int64_t{-3}).Attr("f", 0.1f).Attr("b", true);
+  op.Attr("li", std::vector<int64_t>(20, 1)).Attr("lf", std::vector<float>{1.5f, -2});
+  op.Attr("ls", std::vector<std::string>{"a", "b"}).EmptyListAttr("empty");
   const GraphView fromBytes = SourceViewOf(model.Bytes());
   const GraphView fromGraph = ViewOf(*model.LoadGraph());
   ASSERT_EQ(fromBytes.nodes.size(), 3u);

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "graph/attr_utils.h"
 #include "model_builder.h"
 #include "parse.h"
 
@@ -37,11 +36,8 @@ TEST(LongChain, ReluChainOfAMillionParses) {
   EXPECT_EQ(graph->GetNodesSize(), kRelus + 1);
   EXPECT_EQ(testkit::CountByType(*graph, "Activation"), kRelus);
   // Only the end of the chain is a graph output.
-  int64_t format = -1;
-  EXPECT_TRUE(
-      tov::AttrUtils::GetInt(*graph->FindNode(previous)->GetOpDesc(), "inferred_format", format));
-  EXPECT_FALSE(
-      tov::AttrUtils::GetInt(*graph->FindNode("r0")->GetOpDesc(), "inferred_format", format));
+  EXPECT_NE(testkit::IntAttr(*graph, previous, "inferred_format"), -1);
+  EXPECT_EQ(testkit::IntAttr(*graph, "r0", "inferred_format"), -1);
 }
 
 }  // namespace

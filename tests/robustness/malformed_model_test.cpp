@@ -14,15 +14,6 @@ namespace {
 
 using namespace testkit;
 
-// A valid model of a few hundred bytes; its graph field makes up nearly all of it.
-std::string ValidModelBytes() {
-  ModelBuilder model;
-  model.Data("x");
-  model.Unary("relu", "Relu", "x");
-  model.Unary("abs", "Abs", "relu");
-  return model.Bytes();
-}
-
 std::string RandomBytes(uint32_t seed, size_t size) {
   std::mt19937 engine(seed);
   std::uniform_int_distribution<int> byte(0, 255);
@@ -41,7 +32,7 @@ std::string TensorDefBytes() {
 }
 
 TEST(MalformedModel, BytesThatAreNotAModelAreRefusedWithALineNamingTheProblem) {
-  const std::string valid = ValidModelBytes();
+  const std::string valid = ReluChainModel(3).Bytes();  // a small valid model
   const char* const notAModel = "are not a serialised model";
   const struct {
     const char* label;
@@ -55,6 +46,11 @@ TEST(MalformedModel, BytesThatAreNotAModelAreRefusedWithALineNamingTheProblem) {
       {"last byte cut off", valid.substr(0, valid.size() - 1), tov::GRAPH_MODEL_INVALID, notAModel},
       {"seeded random bytes", RandomBytes(20240611, 512), tov::GRAPH_MODEL_INVALID, notAModel},
       {"bytes of a TensorDef", TensorDefBytes(), tov::GRAPH_MODEL_INVALID, notAModel},
+      {"no field tag", "\xff\xff\xff\xff", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"graph running past the end", "\022\005ab", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"model name not UTF-8", "\012\001\xff", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"graph name not UTF-8", "\022\003\012\001\xff", tov::GRAPH_MODEL_INVALID, notAModel},
+      {"op name not UTF-8", "\022\005\022\003\012\001\xff", tov::GRAPH_MODEL_INVALID, notAModel},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);

@@ -61,9 +61,8 @@ std::vector<Case> Cases() {
   unsupported.Unary("gelu", "Gelu", "x");
   unsupported.Unary("relu", "Relu", "gelu");
   refused.Data("x");
-  refused.Unary("dw", "DepthwiseConv2D", "x")
-      .Attr("strides", std::vector<int64_t>{1, 1, 1, 1})
-      .Attr("dilations", std::vector<int64_t>{1, 1, 1, 1});
+  const std::vector<int64_t> ones{1, 1, 1, 1};
+  refused.Unary("dw", "DepthwiseConv2D", "x").Attr("strides", ones).Attr("dilations", ones);
   cases[1].bytes = chain.Bytes();
   cases[2].bytes = unsupported.Bytes();
   cases[3].bytes = refused.Bytes();

@@ -18,19 +18,13 @@ std::string ShellQuote(const std::string& arg) {
 
 }  // namespace
 
-std::string ConvertToolPath() {
-  return TESU_CONVERT_PATH;
-}
-
 std::string SamplePath(const std::string& name) {
   return std::string(TESU_SAMPLES_DIR) + "/" + name;
 }
 
-CliResult CliTest::Run(const std::vector<std::string>& args, const std::string& pluginEnv) const {
-  std::string command = "cd " + ShellQuote(dir_.Path()) + " && ";
-  command += pluginEnv.empty() ? "unset TESU_PLUGIN_DIR; "
-                               : "export TESU_PLUGIN_DIR=" + ShellQuote(pluginEnv) + "; ";
-  command += ShellQuote(ConvertToolPath());
+CliResult CliTest::Run(const std::vector<std::string>& args) const {
+  std::string command = "cd " + ShellQuote(dir_.Path()) + " && unset TESU_PLUGIN_DIR; ";
+  command += ShellQuote(TESU_CONVERT_PATH);
   for (const std::string& arg : args) command += " " + ShellQuote(arg);
   const std::string out = Path("stdout.txt");
   const std::string err = Path("stderr.txt");

@@ -18,8 +18,7 @@ struct CliResult {
   std::string err;
 };
 
-// The built tesu-convert and the sample models the build generates.
-std::string ConvertToolPath();
+// A sample model the build generates.
 std::string SamplePath(const std::string& name);
 
 class CliTest : public ::testing::Test {
@@ -28,8 +27,8 @@ class CliTest : public ::testing::Test {
   // Every file the runs left in the test directory, sorted.
   std::vector<std::string> Files() const { return dir_.Entries(); }
   // Runs the tool in the test directory, so its default report lands there, with
-  // TESU_PLUGIN_DIR set to `pluginEnv` or unset.
-  CliResult Run(const std::vector<std::string>& args, const std::string& pluginEnv = "") const;
+  // TESU_PLUGIN_DIR unset.
+  CliResult Run(const std::vector<std::string>& args) const;
 
   TempDir dir_;
 };

@@ -1,5 +1,5 @@
 // Files for tests that write them: a fresh directory per test, and reading and writing whole
-// files, models included.
+// files.
 #ifndef TESU_TESTS_SUPPORT_FILES_H
 #define TESU_TESTS_SUPPORT_FILES_H
 
@@ -14,8 +14,6 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include "model_builder.h"
 
 namespace testkit {
 
@@ -57,13 +55,10 @@ class TempDir {
     std::sort(names.begin(), names.end());
     return names;
   }
-  // Writes the file, or the model's binary form, in the directory and returns its path.
+  // Writes the file in the directory and returns its path.
   std::string Write(const std::string& name, const std::string& bytes) const {
     WriteFile(Path(name), bytes);
     return Path(name);
-  }
-  std::string WriteModel(const std::string& name, const ModelBuilder& model) const {
-    return Write(name, model.Bytes());
   }
 
  private:

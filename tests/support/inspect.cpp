@@ -123,13 +123,17 @@ std::shared_ptr<tov::ComputeGraph> Load(const ModelBuilder& model) {
   return graph;
 }
 
-std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length) {
+ModelBuilder ReluChainModel(size_t length) {
   ModelBuilder model;
   model.Data("n0");
   for (size_t i = 1; i < length; ++i) {
     model.Unary("n" + std::to_string(i), "Relu", "n" + std::to_string(i - 1));
   }
-  return model.LoadGraph();
+  return model;
+}
+
+std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length) {
+  return ReluChainModel(length).LoadGraph();
 }
 
 }  // namespace testkit

@@ -46,7 +46,6 @@ class LogCapture {
     }
     return false;
   }
-  void Clear() { lines_.clear(); }
 
  private:
   std::vector<LogLine> lines_;

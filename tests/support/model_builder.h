@@ -26,7 +26,9 @@ using Names = std::vector<std::string>;
 
 // The model's graph; throws when the model is refused.
 std::shared_ptr<tov::ComputeGraph> Load(const ModelBuilder& model);
-// n0 -> n1 -> ... -> n(length-1): a Data node followed by a chain of Relu nodes.
+// n0 -> n1 -> ... -> n(length-1): a Data node followed by a chain of Relu nodes, as a model and
+// as a loaded graph.
+ModelBuilder ReluChainModel(size_t length);
 std::shared_ptr<tov::ComputeGraph> ReluChain(size_t length);
 
 // Inspection helpers.
