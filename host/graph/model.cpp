@@ -53,7 +53,9 @@ graphStatus Model::Save(google::protobuf::io::ZeroCopyOutputStream& stream) cons
 graphStatus Model::Save(std::string& bytes) const {
   bytes.clear();
   google::protobuf::io::StringOutputStream stream(&bytes);
-  return Save(stream);
+  // The stream fills whatever room the string has: with room for exactly the model, the bytes
+  // are written once, without the copies of a string that doubles as it grows.
+  return ModelSerializer::WriteModel(*this, stream, [&bytes](size_t size) { bytes.reserve(size); });
 }
 
 }  // namespace tov

@@ -2,6 +2,8 @@
 #ifndef TOV_GRAPH_MODEL_SERIALIZER_H
 #define TOV_GRAPH_MODEL_SERIALIZER_H
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -29,9 +31,11 @@ class ModelSerializer {
   // GRAPH_MODEL_INVALID, leaving `model` as it was.
   static graphStatus LoadModel(const uint8_t* data, size_t size, Model& model);
   // Writes the model in the ModelDef wire format straight from the graph. Fails, writing
-  // nothing, when two nodes share a name or the model needs more than 2 GiB.
+  // nothing, when two nodes share a name or the model needs more than 2 GiB. `measured`, when
+  // given, learns the size of the bytes before they are written (to reserve room for them).
   static graphStatus WriteModel(const Model& model,
-                                google::protobuf::io::ZeroCopyOutputStream& stream);
+                                google::protobuf::io::ZeroCopyOutputStream& stream,
+                                const std::function<void(size_t)>& measured = nullptr);
   // Builds a compute graph from the message, moving tensor bytes out of it. On a malformed
   // graph logs one line naming the node and the problem and returns GRAPH_MODEL_INVALID.
   static graphStatus LoadGraph(tesu::proto::GraphDef& graphDef,

@@ -260,7 +260,8 @@ class ModelWalk {
 }  // namespace
 
 graphStatus ModelSerializer::WriteModel(const Model& model,
-                                        google::protobuf::io::ZeroCopyOutputStream& stream) {
+                                        google::protobuf::io::ZeroCopyOutputStream& stream,
+                                        const std::function<void(size_t)>& measured) {
   const std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(model.GetGraph());
   if (graph != nullptr && CheckNamesUnique(*graph) != GRAPH_SUCCESS) return GRAPH_FAILED;
   std::vector<uint32_t> sizes;
@@ -275,6 +276,7 @@ graphStatus ModelSerializer::WriteModel(const Model& model,
                  model.GetName().c_str());
     return GRAPH_FAILED;
   }
+  if (measured) measured(static_cast<size_t>(measure.Bytes()));
   CodedOutputStream out(&stream);
   WriteSink write(out, sizes);
   ModelWalk<WriteSink>(write).Model(model, graph.get());
