@@ -96,17 +96,6 @@ RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllOutDataAn
       self, std::vector<OutDataAnchorPtr>(outAnchors_.begin(), outAnchors_.end()));
 }
 
-// A role is a base of its node; the node is the object that contains it.
-Node& NodeSpec::Self() const {
-  return const_cast<Node&>(static_cast<const Node&>(*this));
-}
-Node& NodeWalker::Self() const {
-  return const_cast<Node&>(static_cast<const Node&>(*this));
-}
-Node& NodeCompatibler::Self() const {
-  return const_cast<Node&>(static_cast<const Node&>(*this));
-}
-
 const std::string& NodeSpec::Name() const {
   return Self().GetName();
 }

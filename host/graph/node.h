@@ -23,8 +23,20 @@ using NodePtr = std::shared_ptr<Node>;
 using InAnchorList = std::pmr::vector<InDataAnchorPtr>;
 using OutAnchorList = std::pmr::vector<OutDataAnchorPtr>;
 
+// The common part of a node's roles. A role is a part of its node, without state of its own:
+// only the node makes one, it cannot be copied out of its node, and Self() is the node that
+// contains it.
+template <typename Role>
+class NodeRole {
+ protected:
+  NodeRole() = default;
+  NodeRole(const NodeRole&) = delete;
+  NodeRole& operator=(const NodeRole&) = delete;
+  Node& Self() const;
+};
+
 // Identity and edge counts of a node.
-class NodeSpec {
+class NodeSpec : public NodeRole<NodeSpec> {
  public:
   const std::string& Name() const;
   const std::string& Type() const;
@@ -37,17 +49,11 @@ class NodeSpec {
   size_t OutControlEdgeSize() const;
 
  protected:
-  // A role is a part of its node, without state of its own; only the node makes one.
   NodeSpec() = default;
-  NodeSpec(const NodeSpec&) = delete;
-  NodeSpec& operator=(const NodeSpec&) = delete;
-
- private:
-  Node& Self() const;
 };
 
 // Neighbours of a node.
-class NodeWalker {
+class NodeWalker : public NodeRole<NodeWalker> {
  public:
   // The consumer reached through edge `edgeIndex` of output `outIndex`; null when none.
   Node* OutDataNode(size_t outIndex, size_t edgeIndex) const;
@@ -57,30 +63,18 @@ class NodeWalker {
   const std::vector<Node*>& OutControlNodes() const;
 
  protected:
-  // A role is a part of its node, without state of its own; only the node makes one.
   NodeWalker() = default;
-  NodeWalker(const NodeWalker&) = delete;
-  NodeWalker& operator=(const NodeWalker&) = delete;
-
- private:
-  Node& Self() const;
 };
 
 // Edits that older callers make on a node's inputs.
-class NodeCompatibler {
+class NodeCompatibler : public NodeRole<NodeCompatibler> {
  public:
   // Removes input `index`: its edge, its anchor, its description and its constness flag. Later
   // inputs move down by one. A Const producer left without consumers leaves the graph too.
   graphStatus RemoveSpecificInput(size_t index);
 
  protected:
-  // A role is a part of its node, without state of its own; only the node makes one.
   NodeCompatibler() = default;
-  NodeCompatibler(const NodeCompatibler&) = delete;
-  NodeCompatibler& operator=(const NodeCompatibler&) = delete;
-
- private:
-  Node& Self() const;
 };
 
 // A node's description and anchors.
@@ -171,10 +165,14 @@ class Node : public LegacyNode,
   NodeCompatibler& RoleNodeCompatibler() { return *this; }
 
  private:
-  friend class NodeSpec;
-  friend class NodeWalker;
-  friend class NodeCompatibler;
+  template <typename Role>
+  friend class NodeRole;
 };
+
+template <typename Role>
+Node& NodeRole<Role>::Self() const {
+  return const_cast<Node&>(static_cast<const Node&>(static_cast<const Role&>(*this)));
+}
 
 }  // namespace tov
 
