@@ -310,9 +310,7 @@ int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
   }
   // The parser and the report's reading of the source graph share the bytes; both only read.
   report::ConversionReport page(options.reportFile);
-  size_t sourceNodes = 0;
-  for (const auto& [type, count] : summary.before) sourceNodes += count;
-  page.ReadSource(bytes, sourceNodes);
+  page.ReadSource(bytes, TotalOps(summary.before));
   const CheckReportWatch report(options.parser.checkReportPath);
   std::shared_ptr<ModelParser> parser = ObtainParser(options, err);
   if (parser == nullptr) {

@@ -8,12 +8,6 @@ namespace tesu {
 namespace cli {
 namespace {
 
-size_t Total(const OpCounts& counts) {
-  size_t total = 0;
-  for (const auto& entry : counts) total += entry.second;
-  return total;
-}
-
 size_t CountOf(const OpCounts& counts, const std::string& type) {
   const auto found = counts.find(type);
   return found == counts.end() ? 0 : found->second;
@@ -43,6 +37,12 @@ OpCounts OpTally::Counts() const {
   return counts;
 }
 
+size_t TotalOps(const OpCounts& counts) {
+  size_t total = 0;
+  for (const auto& entry : counts) total += entry.second;
+  return total;
+}
+
 OpCounts CountOps(const tov::ComputeGraph& graph) {
   OpTally tally;
   graph.ForEachNode([&tally](tov::Node& node) { tally.Add(node.GetType()); });
@@ -60,7 +60,7 @@ void PrintSummary(const Summary& summary, std::ostream& out) {
   }
   const int column = static_cast<int>(width);
   out << "converted " << summary.modelFile << "\n";
-  out << "nodes: " << Total(summary.before) << " -> " << Total(summary.after) << "\n";
+  out << "nodes: " << TotalOps(summary.before) << " -> " << TotalOps(summary.after) << "\n";
   out << "  " << std::left << std::setw(column) << "operator" << std::right << std::setw(8)
       << "before" << std::setw(8) << "after"
       << "\n";

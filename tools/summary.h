@@ -20,6 +20,8 @@ namespace cli {
 using OpCounts = std::map<std::string, size_t>;
 
 OpCounts CountOps(const tov::ComputeGraph& graph);
+// The number of nodes the counts add up to.
+size_t TotalOps(const OpCounts& counts);
 
 // Counts operator types one node at a time. A model has a few types over many nodes, and
 // neighbouring nodes often share one, so the counts live in a short list searched from the type
