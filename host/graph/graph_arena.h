@@ -105,24 +105,30 @@ class GraphArena {
   }
 
  private:
+  template <typename T, Region R>
+  friend class ArenaAllocator;
   friend class ArenaRef;
   GraphArena() = default;
+  void Acquire() { references_.fetch_add(1, std::memory_order_relaxed); }
+  void Release() {
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  }
   std::atomic<size_t> references_{0};
   BlockResource regions_[kRegions];
 };
 
 inline ArenaRef::ArenaRef(GraphArena* arena) : arena_(arena) {
-  if (arena_ != nullptr) arena_->references_.fetch_add(1, std::memory_order_relaxed);
+  if (arena_ != nullptr) arena_->Acquire();
 }
 
 inline ArenaRef::~ArenaRef() {
-  if (arena_ != nullptr && arena_->references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    delete arena_;
-  }
+  if (arena_ != nullptr) arena_->Release();
 }
 
-// A standard allocator over one region of an arena that holds the arena alive. Freeing is a
-// no-op: the arena gives everything back at once when its last user is gone.
+// A standard allocator over one region of an arena. Each piece it hands out holds the arena
+// alive until that piece is given back (giving it back frees nothing: the arena returns
+// everything at once when its last user is gone). Copies of the allocator hold nothing, so the
+// several copies a shared pointer's construction makes cost no reference counting.
 template <typename T, GraphArena::Region R>
 class ArenaAllocator {
  public:
@@ -137,9 +143,12 @@ class ArenaAllocator {
   ArenaAllocator(const ArenaAllocator<U, R>& other) : arena_(other.arena_) {}  // NOLINT
 
   T* allocate(size_t count) {
-    return static_cast<T*>(arena_->Resource(R)->allocate(count * sizeof(T), alignof(T)));
+    T* piece = static_cast<T*>(arena_->Resource(R)->allocate(count * sizeof(T), alignof(T)));
+    arena_->Acquire();
+    return piece;
   }
-  void deallocate(T*, size_t) noexcept {}
+  // May free the arena, and with it the piece: nothing may touch the piece afterwards.
+  void deallocate(T*, size_t) noexcept { arena_->Release(); }
 
   template <typename U>
   bool operator==(const ArenaAllocator<U, R>& other) const {
@@ -153,7 +162,7 @@ class ArenaAllocator {
  private:
   template <typename U, GraphArena::Region>
   friend class ArenaAllocator;
-  ArenaRef arena_;
+  GraphArena* arena_;
 };
 
 class Node;
