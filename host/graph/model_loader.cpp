@@ -607,9 +607,18 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
     opOptions.initial_block = firstBlock.get();
     opOptions.initial_block_size = kFirstBlockBytes;
     google::protobuf::Arena opArena(opOptions);
+    // One message is parsed into again and again: parsing clears it first and keeps its
+    // sub-messages and buffers for the next op. The arena, which still collects whatever an op
+    // needed beyond them, is reset once the ops parsed since the last reset fill its first block.
+    OpDef* op = nullptr;
+    size_t bytesSinceReset = 0;
     for (const Span& span : ops) {
-      opArena.Reset();
-      auto* op = google::protobuf::Arena::CreateMessage<OpDef>(&opArena);
+      bytesSinceReset += static_cast<size_t>(span.size);
+      if (op == nullptr || bytesSinceReset > kFirstBlockBytes / 2) {
+        opArena.Reset();
+        op = google::protobuf::Arena::CreateMessage<OpDef>(&opArena);
+        bytesSinceReset = static_cast<size_t>(span.size);
+      }
       if (!op->ParseFromArray(span.data, span.size)) return NotAModel(size);
       if (builder.AddOp(*op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     }
