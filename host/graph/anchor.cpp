@@ -8,16 +8,24 @@ std::shared_ptr<Node> Anchor::GetOwnerNode() const {
   return owner_ == nullptr ? nullptr : owner_->shared_from_this();
 }
 
+template <typename T>
+std::shared_ptr<T> Anchor::Share(T& anchor) {
+  if (anchor.owner_ == nullptr) return nullptr;
+  return std::shared_ptr<T>(anchor.owner_->shared_from_this(), &anchor);
+}
+template InDataAnchorPtr Anchor::Share(InDataAnchor&);
+template OutDataAnchorPtr Anchor::Share(OutDataAnchor&);
+
 OutDataAnchorPtr InDataAnchor::GetPeerOutAnchor() const {
-  return peer_ == nullptr ? nullptr : peer_->shared_from_this();
+  return peer_ == nullptr ? nullptr : Share(*peer_);
 }
 
 RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> OutDataAnchor::GetPeerInDataAnchors() const {
   std::vector<InDataAnchorPtr> peers;
   peers.reserve(consumerCount_);
-  for (InDataAnchor* peer : GetPeersRaw()) peers.push_back(peer->shared_from_this());
-  return RangeVistor<InDataAnchorPtr, OutDataAnchorPtr>(
-      std::const_pointer_cast<OutDataAnchor>(shared_from_this()), std::move(peers));
+  for (InDataAnchor* peer : GetPeersRaw()) peers.push_back(Share(*peer));
+  return RangeVistor<InDataAnchorPtr, OutDataAnchorPtr>(Share(const_cast<OutDataAnchor&>(*this)),
+                                                        std::move(peers));
 }
 
 InDataAnchor* OutDataAnchor::ConsumerAt(size_t position) const {

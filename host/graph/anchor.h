@@ -31,18 +31,25 @@ class RangeVistor {
   std::vector<T> elements_;
 };
 
-// One data input or output of a node. Anchors belong to their node; an anchor held past its
-// node's life reports no owner and no peers.
+// One data input or output of a node. Anchors live in their node's graph arena and belong to
+// their node: a shared handle to an anchor shares its node's ownership, so the node lives as long
+// as any handle to one of its anchors. An anchor removed from its node reports no owner and no
+// peers.
 class Anchor {
  public:
   Anchor(Node* owner, int index) : owner_(owner), index_(index) {}
-  virtual ~Anchor() = default;
   Anchor(const Anchor&) = delete;
   Anchor& operator=(const Anchor&) = delete;
 
   std::shared_ptr<Node> GetOwnerNode() const;
   Node* GetOwnerNodeRaw() const { return owner_; }
   int GetIdx() const { return index_; }
+
+ protected:
+  ~Anchor() = default;
+  // A shared handle to `anchor` that holds its owner alive; null for an anchor without one.
+  template <typename T>
+  static std::shared_ptr<T> Share(T& anchor);
 
  private:
   friend class LegacyNode;
@@ -56,7 +63,7 @@ using OutDataAnchorPtr = std::shared_ptr<OutDataAnchor>;
 
 // A data input: at most one producer. Consumers of one output are chained through their inputs,
 // so adding or removing an edge touches only its two ends and their neighbours.
-class InDataAnchor : public Anchor, public std::enable_shared_from_this<InDataAnchor> {
+class InDataAnchor final : public Anchor {
  public:
   using Anchor::Anchor;
   OutDataAnchorPtr GetPeerOutAnchor() const;
@@ -100,7 +107,7 @@ class ConsumerRange {
 };
 
 // A data output: any number of consumers, kept in the order the edges were added.
-class OutDataAnchor : public Anchor, public std::enable_shared_from_this<OutDataAnchor> {
+class OutDataAnchor final : public Anchor {
  public:
   using Anchor::Anchor;
   RangeVistor<InDataAnchorPtr, OutDataAnchorPtr> GetPeerInDataAnchors() const;

@@ -1,5 +1,8 @@
 #include "graph/node.h"
 
+#include <new>
+#include <type_traits>
+
 #include "graph/compute_graph.h"
 #include "graph/graph.h"
 
@@ -21,20 +24,9 @@ void LegacyNode::CreateAnchors() {
   for (size_t i = 0; i < outputs; ++i) AppendOutputAnchor();
 }
 
-LegacyNode::~LegacyNode() {
-  // Anchors may outlive the node through shared handles; they must point neither back at it nor
-  // at anchors of other nodes, which may be gone too. Nothing else is dereferenced here.
-  for (auto& anchor : inAnchors_) {
-    anchor->owner_ = nullptr;
-    anchor->peer_ = nullptr;
-    anchor->prevConsumer_ = anchor->nextConsumer_ = nullptr;
-  }
-  for (auto& anchor : outAnchors_) {
-    anchor->owner_ = nullptr;
-    anchor->firstConsumer_ = anchor->lastConsumer_ = nullptr;
-    anchor->consumerCount_ = 0;
-  }
-}
+// Anchors are trivially destructible and their memory goes with the arena, so a node's death
+// does not touch them: handles to them share the node's ownership, so none is left.
+LegacyNode::~LegacyNode() = default;
 
 namespace {
 const std::vector<Node*>& NoNodes() {
@@ -56,44 +48,60 @@ LegacyNode::ControlEdges& LegacyNode::MutableControl() {
   return *control_;
 }
 
-InDataAnchorPtr LegacyNode::AppendInputAnchor() {
-  auto* self = static_cast<Node*>(this);
-  inAnchors_.push_back(MakeShared<InDataAnchor>(arena_, self, static_cast<int>(inAnchors_.size())));
-  return inAnchors_.back();
+template <typename T>
+T& LegacyNode::NewAnchor(size_t index) {
+  static_assert(std::is_trivially_destructible_v<T>, "anchors are never destroyed one by one");
+  void* memory = ResourceOf(arena_)->allocate(sizeof(T), alignof(T));
+  return *new (memory) T(static_cast<Node*>(this), static_cast<int>(index));
 }
 
-OutDataAnchorPtr LegacyNode::AppendOutputAnchor() {
-  auto* self = static_cast<Node*>(this);
-  outAnchors_.push_back(
-      MakeShared<OutDataAnchor>(arena_, self, static_cast<int>(outAnchors_.size())));
-  return outAnchors_.back();
+InDataAnchor& LegacyNode::AppendInputAnchor() {
+  InDataAnchor& anchor = NewAnchor<InDataAnchor>(inAnchors_.size());
+  inAnchors_.push_back(&anchor);
+  return anchor;
 }
 
-InDataAnchorPtr LegacyNode::AppendInput(const TensorDesc& desc) {
+OutDataAnchor& LegacyNode::AppendOutputAnchor() {
+  OutDataAnchor& anchor = NewAnchor<OutDataAnchor>(outAnchors_.size());
+  outAnchors_.push_back(&anchor);
+  return anchor;
+}
+
+InDataAnchor& LegacyNode::AppendInput(const TensorDesc& desc) {
   opDesc_->AddInputDesc(desc);
   return AppendInputAnchor();
 }
 
 InDataAnchorPtr LegacyNode::GetInDataAnchor(int index) const {
   if (index < 0 || static_cast<size_t>(index) >= inAnchors_.size()) return nullptr;
-  return inAnchors_[static_cast<size_t>(index)];
+  return Anchor::Share(*inAnchors_[static_cast<size_t>(index)]);
 }
 
 OutDataAnchorPtr LegacyNode::GetOutDataAnchor(int index) const {
   if (index < 0 || static_cast<size_t>(index) >= outAnchors_.size()) return nullptr;
-  return outAnchors_[static_cast<size_t>(index)];
+  return Anchor::Share(*outAnchors_[static_cast<size_t>(index)]);
 }
+
+namespace {
+// Handles to every anchor of a list, each sharing the node's ownership.
+template <typename T>
+std::vector<std::shared_ptr<T>> ShareAll(const std::shared_ptr<Node>& node,
+                                         const std::pmr::vector<T*>& anchors) {
+  std::vector<std::shared_ptr<T>> handles;
+  handles.reserve(anchors.size());
+  for (T* anchor : anchors) handles.emplace_back(node, anchor);
+  return handles;
+}
+}  // namespace
 
 RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllInDataAnchors() const {
   auto self = const_cast<Node*>(static_cast<const Node*>(this))->shared_from_this();
-  return RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>>(
-      self, std::vector<InDataAnchorPtr>(inAnchors_.begin(), inAnchors_.end()));
+  return RangeVistor<InDataAnchorPtr, std::shared_ptr<Node>>(self, ShareAll(self, inAnchors_));
 }
 
 RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>> LegacyNode::GetAllOutDataAnchors() const {
   auto self = const_cast<Node*>(static_cast<const Node*>(this))->shared_from_this();
-  return RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>>(
-      self, std::vector<OutDataAnchorPtr>(outAnchors_.begin(), outAnchors_.end()));
+  return RangeVistor<OutDataAnchorPtr, std::shared_ptr<Node>>(self, ShareAll(self, outAnchors_));
 }
 
 const std::string& NodeSpec::Name() const {

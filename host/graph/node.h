@@ -20,8 +20,9 @@ class ComputeGraph;
 class LegacyGraph;
 class Node;
 using NodePtr = std::shared_ptr<Node>;
-using InAnchorList = std::pmr::vector<InDataAnchorPtr>;
-using OutAnchorList = std::pmr::vector<OutDataAnchorPtr>;
+// A node's anchors, in index order. The anchors live in the graph's arena and die with the node.
+using InAnchorList = std::pmr::vector<InDataAnchor*>;
+using OutAnchorList = std::pmr::vector<OutDataAnchor*>;
 
 // The common part of a node's roles. A role is a part of its node, without state of its own:
 // only the node makes one, it cannot be copied out of its node, and Self() is the node that
@@ -117,9 +118,11 @@ class LegacyNode {
   friend class NameIndex;
 
   // Appends an input with its description and anchor; returns the new anchor.
-  InDataAnchorPtr AppendInput(const TensorDesc& desc);
-  InDataAnchorPtr AppendInputAnchor();
-  OutDataAnchorPtr AppendOutputAnchor();
+  InDataAnchor& AppendInput(const TensorDesc& desc);
+  InDataAnchor& AppendInputAnchor();
+  OutDataAnchor& AppendOutputAnchor();
+  template <typename T>
+  T& NewAnchor(size_t index);
 
   // Control edges, which few nodes have; kept apart so that they cost other nodes one pointer.
   struct ControlEdges {

@@ -113,8 +113,7 @@ graphStatus OpDescUtils::SetWeights(Node& node, const std::vector<TensorPtr>& we
   for (size_t i = kept; i < weights.size(); ++i) {
     Node* holder = HolderFor(weights[i], node, node.inAnchors_.size());
     if (holder == nullptr) return GRAPH_FAILED;
-    InDataAnchorPtr anchor = node.AppendInput(weights[i]->GetTensorDesc());
-    GraphUtils::AddEdge(*holder->outAnchors_[0], *anchor);
+    GraphUtils::AddEdge(*holder->outAnchors_[0], node.AppendInput(weights[i]->GetTensorDesc()));
   }
   for (size_t i = constSlots.size(); i > kept; --i) {
     node.RoleNodeCompatibler().RemoveSpecificInput(constSlots[i - 1]);

@@ -88,8 +88,11 @@ TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinke
   EXPECT_EQ(held->ROLE(NodeSpec).OutDataEdgeSize(), 0u);
   EXPECT_EQ(heldLater->GetOwnerComputeGraph(), nullptr);
   EXPECT_EQ(heldLater->ROLE(NodeSpec).InDataEdgeSize(), 0u);
+  // An anchor's handle holds its node: the node outlives the graph, detached like the others.
   EXPECT_EQ(heldInput->GetPeerOutAnchor(), nullptr);
-  EXPECT_EQ(heldInput->GetOwnerNode(), nullptr);
+  ASSERT_NE(heldInput->GetOwnerNode(), nullptr);
+  EXPECT_EQ(heldInput->GetOwnerNode()->GetName(), "out");
+  EXPECT_EQ(heldInput->GetOwnerNode()->GetOwnerComputeGraph(), nullptr);
   ASSERT_EQ(weight->GetData().GetSize(), 8u);
   EXPECT_EQ(reinterpret_cast<const float*>(weight->GetData().GetData())[1], 2.0f);
 }
