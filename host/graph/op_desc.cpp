@@ -1,5 +1,8 @@
 #include "graph/op_desc.h"
 
+#include <algorithm>
+#include <new>
+
 #include "log/log.h"
 
 namespace tov {
@@ -10,22 +13,51 @@ const TensorDesc& EmptyDesc() {
 }
 }  // namespace
 
-graphStatus OpDesc::AddDesc(std::pmr::vector<std::shared_ptr<TensorDesc>>& descs,
-                            const TensorDesc& desc) {
-  descs.push_back(MakeShared<TensorDesc>(arena_, desc));
-  return GRAPH_SUCCESS;
+OpDesc::OpDesc(const OpDesc& other)
+    : AttrHolder(other),
+      std::enable_shared_from_this<OpDesc>(other),
+      arena_(nullptr),
+      name_(other.name_),
+      type_(other.type_),
+      isInputConst_(other.isInputConst_.begin(), other.isInputConst_.end()) {
+  for (uint32_t i = 0; i < other.inputCount_; ++i) AddInputDesc(*other.inputs_[i]);
+  for (const TensorDesc* desc : other.outputs_) AddOutputDesc(*desc);
+}
+
+OpDesc::~OpDesc() {
+  std::pmr::memory_resource* resource = ResourceOf(arena_);
+  for (DescList* descs : {&inputs_, &outputs_}) {
+    for (TensorDesc* desc : *descs) {
+      desc->~TensorDesc();
+      resource->deallocate(desc, sizeof(TensorDesc), alignof(TensorDesc));
+    }
+  }
+}
+
+TensorDesc* OpDesc::NewDesc(const TensorDesc& desc) {
+  void* memory = ResourceOf(arena_)->allocate(sizeof(TensorDesc), alignof(TensorDesc));
+  return new (memory) TensorDesc(desc);
+}
+
+std::shared_ptr<TensorDesc> OpDesc::Share(TensorDesc* desc) const {
+  return std::shared_ptr<TensorDesc>(std::const_pointer_cast<OpDesc>(weak_from_this().lock()),
+                                     desc);
 }
 
 graphStatus OpDesc::AddInputDesc(const TensorDesc& desc) {
-  return AddDesc(inputs_, desc);
+  TensorDesc* added = NewDesc(desc);
+  inputs_.insert(inputs_.begin() + inputCount_, added);
+  ++inputCount_;
+  return GRAPH_SUCCESS;
 }
 
 graphStatus OpDesc::AddOutputDesc(const TensorDesc& desc) {
-  return AddDesc(outputs_, desc);
+  outputs_.push_back(NewDesc(desc));
+  return GRAPH_SUCCESS;
 }
 
 const TensorDesc& OpDesc::GetInputDesc(uint32_t index) const {
-  return index < inputs_.size() ? *inputs_[index] : EmptyDesc();
+  return index < inputCount_ ? *inputs_[index] : EmptyDesc();
 }
 
 const TensorDesc& OpDesc::GetOutputDesc(uint32_t index) const {
@@ -33,15 +65,15 @@ const TensorDesc& OpDesc::GetOutputDesc(uint32_t index) const {
 }
 
 std::shared_ptr<TensorDesc> OpDesc::MutableInputDesc(uint32_t index) const {
-  return index < inputs_.size() ? inputs_[index] : nullptr;
+  return index < inputCount_ ? Share(inputs_[index]) : nullptr;
 }
 
 std::shared_ptr<TensorDesc> OpDesc::MutableOutputDesc(uint32_t index) const {
-  return index < outputs_.size() ? outputs_[index] : nullptr;
+  return index < outputs_.size() ? Share(outputs_[index]) : nullptr;
 }
 
 graphStatus OpDesc::UpdateInputDesc(uint32_t index, const TensorDesc& desc) {
-  if (index >= inputs_.size()) {
+  if (index >= inputCount_) {
     AI_Log_Print(AI_LOG_ERROR, "GRAPH", "node \"%s\" (%s) has no input description %u",
                  name_.c_str(), type_.c_str(), index);
     return GRAPH_PARAM_INVALID;
@@ -61,8 +93,10 @@ graphStatus OpDesc::UpdateOutputDesc(uint32_t index, const TensorDesc& desc) {
 }
 
 graphStatus OpDesc::RemoveInputDesc(uint32_t index) {
-  if (index >= inputs_.size()) return GRAPH_PARAM_INVALID;
-  inputs_.erase(inputs_.begin() + index);
+  if (index >= inputCount_) return GRAPH_PARAM_INVALID;
+  // The removed description moves behind the inputs: a handle to it may still be held.
+  std::rotate(inputs_.begin() + index, inputs_.begin() + index + 1, inputs_.begin() + inputCount_);
+  --inputCount_;
   if (index < isInputConst_.size()) isInputConst_.erase(isInputConst_.begin() + index);
   return GRAPH_SUCCESS;
 }

@@ -15,7 +15,11 @@ namespace tov {
 
 // The operator description of a node: name, type, attributes, one tensor description per input
 // and per output, and one flag per input telling whether that input is constant.
-class OpDesc : public AttrHolder {
+//
+// The tensor descriptions are plain objects that the description owns, in its arena when it has
+// one. A handle to one (MutableInputDesc) shares the description's ownership, and a description
+// removed from the inputs is kept until the description dies, so a handle never dangles.
+class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
  public:
   OpDesc() : OpDesc(nullptr) {}
   OpDesc(const std::string& name, const std::string& type) : OpDesc(nullptr) {
@@ -31,17 +35,9 @@ class OpDesc : public AttrHolder {
         outputs_(ResourceOf(arena)),
         isInputConst_(ResourceOf(arena)) {}
   // A copy is an independent description on the heap.
-  OpDesc(const OpDesc& other)
-      : AttrHolder(other),
-        arena_(nullptr),
-        name_(other.name_),
-        type_(other.type_),
-        isInputConst_(other.isInputConst_.begin(), other.isInputConst_.end()) {
-    for (const auto& desc : other.inputs_) AddInputDesc(*desc);
-    for (const auto& desc : other.outputs_) AddOutputDesc(*desc);
-  }
+  OpDesc(const OpDesc& other);
   OpDesc& operator=(const OpDesc&) = delete;
-  ~OpDesc() override = default;
+  ~OpDesc() override;
 
   const std::string& GetName() const { return name_; }
   void SetName(const std::string& name) { name_ = name; }
@@ -52,7 +48,7 @@ class OpDesc : public AttrHolder {
 
   graphStatus AddInputDesc(const TensorDesc& desc);
   graphStatus AddOutputDesc(const TensorDesc& desc);
-  size_t GetInputsSize() const { return inputs_.size(); }
+  size_t GetInputsSize() const { return inputCount_; }
   virtual size_t GetOutputsSize() const { return outputs_.size(); }
 
   // An out-of-range index yields an empty description.
@@ -87,14 +83,19 @@ class OpDesc : public AttrHolder {
   }
 
  private:
-  graphStatus AddDesc(std::pmr::vector<std::shared_ptr<TensorDesc>>& descs, const TensorDesc& desc);
+  using DescList = std::pmr::vector<TensorDesc*>;
+  TensorDesc* NewDesc(const TensorDesc& desc);
+  // A handle to `desc` that holds this description alive; it owns nothing when no shared
+  // pointer owns this description.
+  std::shared_ptr<TensorDesc> Share(TensorDesc* desc) const;
 
   GraphArena* arena_;
   std::string name_;
   std::string type_;
-  std::pmr::vector<std::shared_ptr<TensorDesc>> inputs_;
-  std::pmr::vector<std::shared_ptr<TensorDesc>> outputs_;
+  DescList inputs_;  // the inputs' descriptions, then those of removed inputs
+  DescList outputs_;
   std::pmr::vector<uint8_t> isInputConst_;  // 0 or 1 each; a byte vector is smaller than bits
+  uint32_t inputCount_ = 0;
 };
 
 using OpDescPtr = std::shared_ptr<OpDesc>;

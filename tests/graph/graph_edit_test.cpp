@@ -106,7 +106,15 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   op.InputDesc({1}).InputDesc({2}, 3).InputDesc({3}).InputConst({false, true, false}).Output();
   auto graph = model.LoadGraph();
   auto r = graph->FindNode("r");
+  // Handles to the removed input's anchor and description stay usable after the removal.
+  const tov::InDataAnchorPtr removedAnchor = r->GetInDataAnchor(1);
+  const std::shared_ptr<tov::TensorDesc> removedDesc = r->GetOpDesc()->MutableInputDesc(1);
   ASSERT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(1), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(removedAnchor->GetOwnerNode(), nullptr);
+  EXPECT_EQ(removedDesc->GetShape(), tov::Shape({2}));
+  r->GetOpDesc()->AddInputDesc(tov::TensorDesc(tov::Shape({4})));
+  EXPECT_EQ(r->GetOpDesc()->GetInputDesc(2).GetShape(), tov::Shape({4}));
+  ASSERT_EQ(r->GetOpDesc()->RemoveInputDesc(2), tov::GRAPH_SUCCESS);
   EXPECT_EQ(ProducersOf(*r), (Names{"x", "y"}));
   EXPECT_EQ(r->GetInDataAnchor(1)->GetIdx(), 1);
   EXPECT_EQ(r->GetOpDesc()->GetInputsSize(), 2u);

@@ -68,6 +68,7 @@ TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinke
   tov::NodePtr held;
   tov::NodePtr heldLater;  // a second survivor, listed after the first
   tov::InDataAnchorPtr heldInput;
+  std::shared_ptr<tov::TensorDesc> heldDesc;
   tov::TensorPtr weight;
   {
     ModelBuilder model;
@@ -80,6 +81,7 @@ TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinke
     held = graph->FindNode("mid");
     heldLater = graph->FindNode("tail");
     heldInput = graph->FindNode("out")->GetInDataAnchor(0);
+    heldDesc = held->GetOpDesc()->MutableInputDesc(1);
     weight = tov::OpDescUtils::MutableWeights(*held)[0];
   }
   EXPECT_EQ(held->GetName(), "mid");
@@ -93,6 +95,7 @@ TEST(GraphStorageTest, NodesAnchorsAndTensorsHeldPastTheGraphStayValidAndUnlinke
   ASSERT_NE(heldInput->GetOwnerNode(), nullptr);
   EXPECT_EQ(heldInput->GetOwnerNode()->GetName(), "out");
   EXPECT_EQ(heldInput->GetOwnerNode()->GetOwnerComputeGraph(), nullptr);
+  EXPECT_EQ(heldDesc->GetShape(), tov::Shape({2}));
   ASSERT_EQ(weight->GetData().GetSize(), 8u);
   EXPECT_EQ(reinterpret_cast<const float*>(weight->GetData().GetData())[1], 2.0f);
 }
