@@ -42,6 +42,7 @@ class BlockResource : public std::pmr::memory_resource {
     if (current_ == nullptr || Aligned(alignment) + bytes > capacity_) NewBlock(bytes + alignment);
     const size_t offset = Aligned(alignment);
     used_ = offset + bytes;
+    if (used_ > mapped_) MapAhead();
     return current_ + offset;
   }
   // The first offset at or after used_ whose address has that alignment.
@@ -54,11 +55,15 @@ class BlockResource : public std::pmr::memory_resource {
     return this == &other;
   }
   void NewBlock(size_t atLeast);
+  // Has the kernel map the current block's pages up to a little past used_ in one call: a fresh
+  // block would otherwise be mapped page by page, one fault per page as it is first written.
+  void MapAhead();
 
   std::vector<void*> blocks_;
   char* current_ = nullptr;
   size_t capacity_ = 0;
   size_t used_ = 0;
+  size_t mapped_ = 0;  // how much of the current block has been mapped ahead
 };
 
 class GraphArena;
