@@ -195,9 +195,11 @@ std::shared_ptr<T> MakeShared(GraphArena* arena, Args&&... args) {
                                  std::forward<Args>(args)...);
 }
 
-// The memory resource for containers owned by objects of that arena.
-inline std::pmr::memory_resource* ResourceOf(GraphArena* arena) {
-  return arena == nullptr ? std::pmr::get_default_resource() : arena->Resource();
+// The memory resource for containers owned by objects of that arena: the region of the objects
+// they point to, so that a walk finds both in the same stretch of memory, or the heap.
+inline std::pmr::memory_resource* ResourceOf(GraphArena* arena,
+                                             GraphArena::Region region = GraphArena::kOther) {
+  return arena == nullptr ? std::pmr::get_default_resource() : arena->Resource(region);
 }
 
 }  // namespace tov

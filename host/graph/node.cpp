@@ -11,8 +11,8 @@ namespace tov {
 LegacyNode::LegacyNode(OpDescPtr opDesc, ComputeGraph* graph)
     : opDesc_(std::move(opDesc)),
       arena_(graph == nullptr ? nullptr : graph->Arena()),
-      inAnchors_(ResourceOf(arena_)),
-      outAnchors_(ResourceOf(arena_)),
+      inAnchors_(ResourceOf(arena_, GraphArena::kAnchors)),
+      outAnchors_(ResourceOf(arena_, GraphArena::kAnchors)),
       graph_(graph) {}
 
 void LegacyNode::CreateAnchors() {
@@ -51,7 +51,7 @@ LegacyNode::ControlEdges& LegacyNode::MutableControl() {
 template <typename T>
 T& LegacyNode::NewAnchor(size_t index) {
   static_assert(std::is_trivially_destructible_v<T>, "anchors are never destroyed one by one");
-  void* memory = ResourceOf(arena_)->allocate(sizeof(T), alignof(T));
+  void* memory = ResourceOf(arena_, GraphArena::kAnchors)->allocate(sizeof(T), alignof(T));
   return *new (memory) T(static_cast<Node*>(this), static_cast<int>(index));
 }
 

@@ -25,7 +25,7 @@ OpDesc::OpDesc(const OpDesc& other)
 }
 
 OpDesc::~OpDesc() {
-  std::pmr::memory_resource* resource = ResourceOf(arena_);
+  std::pmr::memory_resource* resource = ResourceOf(arena_, GraphArena::kTensorDescs);
   for (DescList* descs : {&inputs_, &outputs_}) {
     for (TensorDesc* desc : *descs) {
       desc->~TensorDesc();
@@ -35,7 +35,8 @@ OpDesc::~OpDesc() {
 }
 
 TensorDesc* OpDesc::NewDesc(const TensorDesc& desc) {
-  void* memory = ResourceOf(arena_)->allocate(sizeof(TensorDesc), alignof(TensorDesc));
+  void* memory = ResourceOf(arena_, GraphArena::kTensorDescs)
+                     ->allocate(sizeof(TensorDesc), alignof(TensorDesc));
   return new (memory) TensorDesc(desc);
 }
 

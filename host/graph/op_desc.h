@@ -31,9 +31,9 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   explicit OpDesc(GraphArena* arena)
       : AttrHolder(ResourceOf(arena)),
         arena_(arena),
-        inputs_(ResourceOf(arena)),
-        outputs_(ResourceOf(arena)),
-        isInputConst_(ResourceOf(arena)) {}
+        inputs_(ResourceOf(arena, GraphArena::kTensorDescs)),
+        outputs_(ResourceOf(arena, GraphArena::kTensorDescs)),
+        isInputConst_(ResourceOf(arena, GraphArena::kTensorDescs)) {}
   // A copy is an independent description on the heap.
   OpDesc(const OpDesc& other);
   OpDesc& operator=(const OpDesc&) = delete;
