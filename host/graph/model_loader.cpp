@@ -184,10 +184,10 @@ class AttrNameCache {
 graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs,
                         const std::function<std::string()>& owner, GraphArena* arena,
                         AttrHolder& holder, LoadError& error, AttrNameCache& names) {
-  // Room for the few attributes a conversion adds ("version", a converter's own), so that the
-  // list does not have to move.
+  // Room for the one attribute a conversion adds to every node it keeps ("version"), so that
+  // the list does not have to move for it.
   AttrHolder::AttrList list = holder.NewAttrList();
-  list.reserve(attrs.size() + 2);
+  list.reserve(attrs.size() + 1);
   for (auto& entry : attrs) {
     if (entry.first.size() > kMaxNameBytes) {
       error.Fail("has an attribute name of " + std::to_string(entry.first.size()) +
