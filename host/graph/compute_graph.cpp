@@ -1,6 +1,7 @@
 #include "graph/compute_graph.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "graph/graph.h"
 #include "graph/op_desc_utils.h"
@@ -15,7 +16,7 @@ LegacyGraph::~LegacyGraph() {
   // taken apart one by one.
   for (Node *node = first_, *next = nullptr; node != nullptr; node = next) {
     next = node->next_;  // read first: a survivor leaves the list below
-    if (owned_[node->slot_].use_count() == 1) continue;
+    if (owned_[node->sequence_].use_count() == 1) continue;
     for (auto& anchor : node->inAnchors_) {
       if (OutDataAnchor* peer = anchor->peer_) peer->Unlink(*anchor);
     }
@@ -28,15 +29,16 @@ LegacyGraph::~LegacyGraph() {
 }
 
 NodePtr LegacyGraph::InsertAt(OpDescPtr opDesc, Node* next, size_t nameHash) {
+  // A node's place in `owned_` is 32 bits wide; no graph that fits in memory adds more nodes.
+  if (owned_.size() >= UINT32_MAX) return nullptr;
   auto node = MakeShared<Node>(arena_.get(), std::move(opDesc), static_cast<ComputeGraph*>(this));
   Node* prev = next != nullptr ? next->prev_ : last_;
   node->prev_ = prev;
   node->next_ = next;
   (prev != nullptr ? prev->next_ : first_) = node.get();
   (next != nullptr ? next->prev_ : last_) = node.get();
-  node->slot_ = owned_.size();
+  node->sequence_ = static_cast<uint32_t>(owned_.size());
   owned_.push_back(node);
-  node->sequence_ = nextSequence_++;
   node->indexedName_ = arena_->CopyString(node->GetName());
   if (nameIndex_.Insert(node->indexedName_, nameHash, node.get())) ++namesakes_;
   ++nodeCount_;
@@ -95,7 +97,7 @@ void LegacyGraph::Unlink(Node& node) {
   (node.prev_ != nullptr ? node.prev_->next_ : first_) = node.next_;
   (node.next_ != nullptr ? node.next_->prev_ : last_) = node.prev_;
   node.prev_ = node.next_ = nullptr;
-  const NodePtr released = std::move(owned_[node.slot_]);  // may destroy the node on return
+  const NodePtr released = std::move(owned_[node.sequence_]);  // may destroy the node on return
 }
 
 graphStatus LegacyGraph::RemoveNode(Node& node) {
@@ -130,7 +132,7 @@ std::vector<NodePtr> LegacyGraph::GetDirectNode() const {
   std::vector<NodePtr> nodes;
   nodes.reserve(nodeCount_);
   for (Node* node = first_; node != nullptr; node = node->next_) {
-    if (!node->removed_) nodes.push_back(owned_[node->slot_]);
+    if (!node->removed_) nodes.push_back(owned_[node->sequence_]);
   }
   return nodes;
 }
@@ -178,7 +180,7 @@ graphStatus GraphListWalker::WalkAllNodesModifiable(
   LegacyGraph& graph = graph_;
   graph.BeginWalk();
   WalkScope scope([&graph] { graph.EndWalk(); });
-  const uint64_t limit = graph.nextSequence_;
+  const size_t limit = graph.owned_.size();
   for (Node* at = graph.first_; at != nullptr; at = at->next_) {
     Node& node = *at;
     if (node.removed_ || node.sequence_ >= limit) continue;

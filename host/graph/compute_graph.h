@@ -109,7 +109,7 @@ class LegacyGraph {
 
   ArenaRef arena_;
   // The nodes in order, linked through the nodes themselves; the graph's references to them sit
-  // in `owned_`, one slot per node ever added.
+  // in `owned_`, one slot per node ever added, in order of addition (a node's sequence_).
   Node* first_ = nullptr;
   Node* last_ = nullptr;
   std::vector<NodePtr> owned_;
@@ -118,7 +118,6 @@ class LegacyGraph {
   // the index.
   NameIndex nameIndex_;
   size_t namesakes_ = 0;  // nodes whose name an earlier node still has
-  uint64_t nextSequence_ = 0;
   int walkDepth_ = 0;
   std::vector<Node*> pendingErase_;
 };

@@ -143,9 +143,10 @@ class LegacyNode {
   ComputeGraph* graph_ = nullptr;
   Node* prev_ = nullptr;  // neighbours in the graph's node list
   Node* next_ = nullptr;
-  size_t slot_ = 0;               // where the graph keeps its reference to the node
   std::string_view indexedName_;  // the key under which the graph indexes the node
-  uint64_t sequence_ = 0;         // order of addition; walks skip nodes added after they began
+  // Order of addition, and where the graph keeps its reference to the node: walks skip nodes
+  // added after they began.
+  uint32_t sequence_ = 0;
   bool removed_ = false;
 };
 
