@@ -9,23 +9,23 @@
 namespace tov {
 
 LegacyNode::LegacyNode(OpDescPtr opDesc, ComputeGraph* graph)
-    : opDesc_(std::move(opDesc)),
-      arena_(graph == nullptr ? nullptr : graph->Arena()),
-      inAnchors_(ResourceOf(arena_, GraphArena::kAnchors)),
-      outAnchors_(ResourceOf(arena_, GraphArena::kAnchors)),
-      graph_(graph) {}
+    : opDesc_(std::move(opDesc)), arena_(graph->Arena()), graph_(graph) {}
+
+std::pmr::memory_resource* LegacyNode::AnchorMemory() const {
+  return arena_->Resource(GraphArena::kAnchors);
+}
 
 void LegacyNode::CreateAnchors() {
   const size_t inputs = opDesc_->GetInputsSize();
   const size_t outputs = opDesc_->GetOutputsSize();
-  inAnchors_.reserve(inputs);
-  outAnchors_.reserve(outputs);
+  inAnchors_.reserve(inputs, AnchorMemory());
+  outAnchors_.reserve(outputs, AnchorMemory());
   for (size_t i = 0; i < inputs; ++i) AppendInputAnchor();
   for (size_t i = 0; i < outputs; ++i) AppendOutputAnchor();
 }
 
-// Anchors are trivially destructible and their memory goes with the arena, so a node's death
-// does not touch them: handles to them share the node's ownership, so none is left.
+// Anchors and their lists are trivially destructible and their memory goes with the arena, so a
+// node's death does not touch them: handles to them share the node's ownership, so none is left.
 LegacyNode::~LegacyNode() = default;
 
 namespace {
@@ -51,19 +51,19 @@ LegacyNode::ControlEdges& LegacyNode::MutableControl() {
 template <typename T>
 T& LegacyNode::NewAnchor(size_t index) {
   static_assert(std::is_trivially_destructible_v<T>, "anchors are never destroyed one by one");
-  void* memory = ResourceOf(arena_, GraphArena::kAnchors)->allocate(sizeof(T), alignof(T));
+  void* memory = AnchorMemory()->allocate(sizeof(T), alignof(T));
   return *new (memory) T(static_cast<Node*>(this), static_cast<int>(index));
 }
 
 InDataAnchor& LegacyNode::AppendInputAnchor() {
   InDataAnchor& anchor = NewAnchor<InDataAnchor>(inAnchors_.size());
-  inAnchors_.push_back(&anchor);
+  inAnchors_.push_back(&anchor, AnchorMemory());
   return anchor;
 }
 
 OutDataAnchor& LegacyNode::AppendOutputAnchor() {
   OutDataAnchor& anchor = NewAnchor<OutDataAnchor>(outAnchors_.size());
-  outAnchors_.push_back(&anchor);
+  outAnchors_.push_back(&anchor, AnchorMemory());
   return anchor;
 }
 
@@ -86,7 +86,7 @@ namespace {
 // Handles to every anchor of a list, each sharing the node's ownership.
 template <typename T>
 std::vector<std::shared_ptr<T>> ShareAll(const std::shared_ptr<Node>& node,
-                                         const std::pmr::vector<T*>& anchors) {
+                                         const ArenaVector<T*>& anchors) {
   std::vector<std::shared_ptr<T>> handles;
   handles.reserve(anchors.size());
   for (T* anchor : anchors) handles.emplace_back(node, anchor);
@@ -166,7 +166,7 @@ graphStatus NodeCompatibler::RemoveSpecificInput(size_t index) {
     GraphUtils::RemoveEdge(*peer, anchor);
   }
   anchor.owner_ = nullptr;
-  anchors.erase(anchors.begin() + static_cast<std::ptrdiff_t>(index));
+  anchors.erase(index);
   for (size_t i = index; i < anchors.size(); ++i) anchors[i]->index_ = static_cast<int>(i);
   Self().opDesc_->RemoveInputDesc(static_cast<uint32_t>(index));
 

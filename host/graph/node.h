@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "graph/anchor.h"
+#include "graph/arena_vector.h"
 #include "graph/op_desc.h"
 
 // Role interfaces of nodes and graphs are reached as `node.ROLE(NodeSpec)`.
@@ -21,8 +22,8 @@ class LegacyGraph;
 class Node;
 using NodePtr = std::shared_ptr<Node>;
 // A node's anchors, in index order. The anchors live in the graph's arena and die with the node.
-using InAnchorList = std::pmr::vector<InDataAnchor*>;
-using OutAnchorList = std::pmr::vector<OutDataAnchor*>;
+using InAnchorList = ArenaVector<InDataAnchor*>;
+using OutAnchorList = ArenaVector<OutDataAnchor*>;
 
 // The common part of a node's roles. A role is a part of its node, without state of its own:
 // only the node makes one, it cannot be copied out of its node, and Self() is the node that
@@ -102,6 +103,7 @@ class LegacyNode {
   ComputeGraph* GetOwnerComputeGraph() const { return graph_; }
 
  protected:
+  // `graph` is the graph adding the node; the node's anchors live in its arena.
   LegacyNode(OpDescPtr opDesc, ComputeGraph* graph);
   // One anchor per description. Called once the whole node exists, since anchors point at it.
   void CreateAnchors();
@@ -123,6 +125,7 @@ class LegacyNode {
   OutDataAnchor& AppendOutputAnchor();
   template <typename T>
   T& NewAnchor(size_t index);
+  std::pmr::memory_resource* AnchorMemory() const;
 
   // Control edges, which few nodes have; kept apart so that they cost other nodes one pointer.
   struct ControlEdges {
@@ -134,7 +137,7 @@ class LegacyNode {
   ControlEdges& MutableControl();
 
   OpDescPtr opDesc_;
-  GraphArena* arena_;  // where the node's anchors live; outlives the node (see GraphArena)
+  GraphArena* arena_;  // the graph's, where the anchors and their lists live; outlives the node
   InAnchorList inAnchors_;
   OutAnchorList outAnchors_;
   std::unique_ptr<ControlEdges> control_;

@@ -18,25 +18,26 @@ OpDesc::OpDesc(const OpDesc& other)
       std::enable_shared_from_this<OpDesc>(other),
       arena_(nullptr),
       name_(other.name_),
-      type_(other.type_),
-      isInputConst_(other.isInputConst_.begin(), other.isInputConst_.end()) {
+      type_(other.type_) {
+  isInputConst_.assign(other.isInputConst_.begin(), other.isInputConst_.end(), DescMemory());
   for (uint32_t i = 0; i < other.inputCount_; ++i) AddInputDesc(*other.inputs_[i]);
   for (const TensorDesc* desc : other.outputs_) AddOutputDesc(*desc);
 }
 
 OpDesc::~OpDesc() {
-  std::pmr::memory_resource* resource = ResourceOf(arena_, GraphArena::kTensorDescs);
+  std::pmr::memory_resource* resource = DescMemory();
   for (DescList* descs : {&inputs_, &outputs_}) {
     for (TensorDesc* desc : *descs) {
       desc->~TensorDesc();
       resource->deallocate(desc, sizeof(TensorDesc), alignof(TensorDesc));
     }
+    descs->Release(resource);
   }
+  isInputConst_.Release(resource);
 }
 
 TensorDesc* OpDesc::NewDesc(const TensorDesc& desc) {
-  void* memory = ResourceOf(arena_, GraphArena::kTensorDescs)
-                     ->allocate(sizeof(TensorDesc), alignof(TensorDesc));
+  void* memory = DescMemory()->allocate(sizeof(TensorDesc), alignof(TensorDesc));
   return new (memory) TensorDesc(desc);
 }
 
@@ -47,13 +48,13 @@ std::shared_ptr<TensorDesc> OpDesc::Share(TensorDesc* desc) const {
 
 graphStatus OpDesc::AddInputDesc(const TensorDesc& desc) {
   TensorDesc* added = NewDesc(desc);
-  inputs_.insert(inputs_.begin() + inputCount_, added);
+  inputs_.insert(inputCount_, added, DescMemory());
   ++inputCount_;
   return GRAPH_SUCCESS;
 }
 
 graphStatus OpDesc::AddOutputDesc(const TensorDesc& desc) {
-  outputs_.push_back(NewDesc(desc));
+  outputs_.push_back(NewDesc(desc), DescMemory());
   return GRAPH_SUCCESS;
 }
 
@@ -98,7 +99,7 @@ graphStatus OpDesc::RemoveInputDesc(uint32_t index) {
   // The removed description moves behind the inputs: a handle to it may still be held.
   std::rotate(inputs_.begin() + index, inputs_.begin() + index + 1, inputs_.begin() + inputCount_);
   --inputCount_;
-  if (index < isInputConst_.size()) isInputConst_.erase(isInputConst_.begin() + index);
+  if (index < isInputConst_.size()) isInputConst_.erase(index);
   return GRAPH_SUCCESS;
 }
 

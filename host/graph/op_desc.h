@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "graph/arena_vector.h"
 #include "graph/attr_holder.h"
 #include "graph/graph_arena.h"
 #include "graph/tensor_desc.h"
@@ -28,12 +29,7 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   }
   // A description whose tensor descriptions come from `arena`; only for descriptions that live
   // in that arena themselves (see GraphArena), so the arena outlives them.
-  explicit OpDesc(GraphArena* arena)
-      : AttrHolder(ResourceOf(arena)),
-        arena_(arena),
-        inputs_(ResourceOf(arena, GraphArena::kTensorDescs)),
-        outputs_(ResourceOf(arena, GraphArena::kTensorDescs)),
-        isInputConst_(ResourceOf(arena, GraphArena::kTensorDescs)) {}
+  explicit OpDesc(GraphArena* arena) : AttrHolder(ResourceOf(arena)), arena_(arena) {}
   // A copy is an independent description on the heap.
   OpDesc(const OpDesc& other);
   OpDesc& operator=(const OpDesc&) = delete;
@@ -66,11 +62,11 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
     return std::vector<bool>(isInputConst_.begin(), isInputConst_.end());
   }
   void SetIsInputConst(const std::vector<bool>& flags) {
-    isInputConst_.assign(flags.begin(), flags.end());
+    isInputConst_.assign(flags.begin(), flags.end(), DescMemory());
   }
   template <typename It>
   void SetIsInputConst(It first, It last) {
-    isInputConst_.assign(first, last);
+    isInputConst_.assign(first, last, DescMemory());
   }
   size_t GetIsInputConstSize() const { return isInputConst_.size(); }
   bool IsInputConst(size_t index) const {
@@ -78,12 +74,16 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   }
   // Room for that many descriptions, for callers that know how many they will add.
   void ReserveDescs(size_t inputs, size_t outputs) {
-    inputs_.reserve(inputs);
-    outputs_.reserve(outputs);
+    inputs_.reserve(inputs, DescMemory());
+    outputs_.reserve(outputs, DescMemory());
   }
 
  private:
-  using DescList = std::pmr::vector<TensorDesc*>;
+  using DescList = ArenaVector<TensorDesc*>;
+  // Where the descriptions and the lists live: the arena's region for them, or the heap.
+  std::pmr::memory_resource* DescMemory() const {
+    return ResourceOf(arena_, GraphArena::kTensorDescs);
+  }
   TensorDesc* NewDesc(const TensorDesc& desc);
   // A handle to `desc` that holds this description alive; it owns nothing when no shared
   // pointer owns this description.
@@ -94,7 +94,7 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   std::string type_;
   DescList inputs_;  // the inputs' descriptions, then those of removed inputs
   DescList outputs_;
-  std::pmr::vector<uint8_t> isInputConst_;  // 0 or 1 each; a byte vector is smaller than bits
+  ArenaVector<uint8_t> isInputConst_;  // 0 or 1 each; a byte list is smaller than bits
   uint32_t inputCount_ = 0;
 };
 

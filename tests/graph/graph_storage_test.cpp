@@ -1,6 +1,7 @@
 // How a graph keeps its nodes, edges and attributes: the name index under heavy churn, edges of
 // outputs with many consumers, objects held past the graph, shape copies and moves, forward
-// references and distant producers in a loaded model, and names interned from several threads.
+// references and distant producers in a loaded model, names interned from several threads, and
+// the compact lists that nodes and descriptions keep.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 
+#include "graph/arena_vector.h"
 #include "graph/attr_utils.h"
 #include "graph/graph.h"
 #include "graph/op_desc_utils.h"
@@ -139,6 +141,36 @@ TEST(GraphStorageTest, ShapesCopyAndMoveAcrossInlineAndHeapStorage) {
 // Producers are found wherever they stand: listed after their consumer (such inputs connect once
 // every op is in, keeping their input positions and the graph its order), or added long before
 // it among thousands of others.
+// Growing past the capacity, inserting in the middle and erasing keep every other element in
+// order; on the heap, Release gives all storage back (the sanitizer build checks it).
+TEST(GraphStorageTest, CompactListsKeepTheirOrderAcrossGrowthInsertAndErase) {
+  std::pmr::memory_resource* heap = std::pmr::new_delete_resource();
+  tov::ArenaVector<int> list;
+  std::vector<int> expected;
+  for (int i = 0; i < 9; ++i) {
+    list.push_back(i, heap);
+    expected.push_back(i);
+  }
+  list.insert(3, 100, heap);
+  expected.insert(expected.begin() + 3, 100);
+  list.insert(0, -1, heap);
+  expected.insert(expected.begin(), -1);
+  list.erase(5);
+  expected.erase(expected.begin() + 5);
+  list.erase(list.size() - 1);
+  expected.pop_back();
+  EXPECT_EQ(std::vector<int>(list.begin(), list.end()), expected);
+  list.reserve(64, heap);
+  EXPECT_EQ(std::vector<int>(list.begin(), list.end()), expected);
+  const std::vector<bool> flags{true, false, true};
+  tov::ArenaVector<uint8_t> bytes;
+  bytes.assign(flags.begin(), flags.end(), heap);
+  EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.end()), (std::vector<uint8_t>{1, 0, 1}));
+  list.Release(heap);
+  bytes.Release(heap);
+  EXPECT_TRUE(list.empty() && bytes.empty());
+}
+
 TEST(GraphStorageTest, ProducersListedLaterOrFarBackAreFound) {
   ModelBuilder model;
   model.Op("sum", "Add").Input("d0").Input("d1").InputDesc({1}).InputDesc({1}).Output();
