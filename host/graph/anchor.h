@@ -1,6 +1,7 @@
 #ifndef TOV_GRAPH_ANCHOR_H
 #define TOV_GRAPH_ANCHOR_H
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -125,9 +126,10 @@ class OutDataAnchor final : public Anchor {
   // Detaches every consumer at once; O(consumers).
   void UnlinkAll();
 
+  // First, so that it fills the space the base leaves after its index: an output is 32 bytes.
+  uint32_t consumerCount_ = 0;
   InDataAnchor* firstConsumer_ = nullptr;
   InDataAnchor* lastConsumer_ = nullptr;
-  size_t consumerCount_ = 0;
 };
 
 inline ConsumerRange::iterator& ConsumerRange::iterator::operator++() {

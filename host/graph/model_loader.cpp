@@ -160,9 +160,9 @@ graphStatus LoadAttr(AttrDef& def, GraphArena* arena, AttrValue& value, LoadErro
   return GRAPH_SUCCESS;
 }
 
-// The interned names of the attribute keys met so far. A model repeats a few dozen keys on every
-// op, so a small table indexed by length and end characters finds almost all of them without
-// hashing the whole key or reaching the process-wide table.
+// The interned attribute keys and op types met so far. A model repeats a few dozen of them on
+// every op, so a small table indexed by length and end characters finds almost all of them
+// without hashing the whole text or reaching the process-wide table.
 class AttrNameCache {
  public:
   AttrName Intern(const std::string& key) {
@@ -347,9 +347,9 @@ class ModelSerializer::GraphBuilder {
       }
     }
     if (error_.failed) return Reject(NodeSubject(op));  // the name is still in the message
-    // The message is consumed: its strings move instead of being copied.
+    // The message is consumed: its name moves instead of being copied; its type is interned.
     desc->SetName(std::move(*op.mutable_name()));
-    desc->SetType(std::move(*op.mutable_type()));
+    desc->SetType(attrNames_.Intern(op.type()));
     NodePtr node = graph_->AddNode(desc, nameHash);
     if (desc->GetType() == "Const") {
       const AttrValue* value = desc->FindAttr("value");

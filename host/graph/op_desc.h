@@ -5,6 +5,7 @@
 #include <memory>
 #include <memory_resource>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "graph/arena_vector.h"
@@ -25,7 +26,7 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   OpDesc() : OpDesc(nullptr) {}
   OpDesc(const std::string& name, const std::string& type) : OpDesc(nullptr) {
     name_ = name;
-    type_ = type;
+    SetType(type);
   }
   // A description whose tensor descriptions come from `arena`; only for descriptions that live
   // in that arena themselves (see GraphArena), so the arena outlives them.
@@ -39,8 +40,10 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   void SetName(const std::string& name) { name_ = name; }
   void SetName(std::string&& name) { name_ = std::move(name); }
   const std::string& GetType() const { return type_; }
-  void SetType(const std::string& type) { type_ = type; }
-  void SetType(std::string&& type) { type_ = std::move(type); }
+  // Types come from a small set and repeat on many nodes: each is kept once per process, like
+  // attribute names, and a description holds a pointer to it.
+  void SetType(std::string_view type) { type_ = AttrName::Intern(type); }
+  void SetType(AttrName type) { type_ = type; }
 
   graphStatus AddInputDesc(const TensorDesc& desc);
   graphStatus AddOutputDesc(const TensorDesc& desc);
@@ -79,6 +82,10 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
   }
 
  private:
+  static AttrName NoType() {
+    static const AttrName none = AttrName::Intern("");
+    return none;
+  }
   using DescList = ArenaVector<TensorDesc*>;
   // Where the descriptions and the lists live: the arena's region for them, or the heap.
   std::pmr::memory_resource* DescMemory() const {
@@ -91,7 +98,7 @@ class OpDesc : public AttrHolder, public std::enable_shared_from_this<OpDesc> {
 
   GraphArena* arena_;
   std::string name_;
-  std::string type_;
+  AttrName type_ = NoType();
   DescList inputs_;  // the inputs' descriptions, then those of removed inputs
   DescList outputs_;
   ArenaVector<uint8_t> isInputConst_;  // 0 or 1 each; a byte list is smaller than bits
