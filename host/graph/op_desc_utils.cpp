@@ -74,8 +74,10 @@ Node* OpDescUtils::HolderFor(const TensorPtr& tensor, Node& consumer, size_t inp
       ConstTensor(*holder) == tensor && holder->GetAllOutDataAnchorsSize() > 0) {
     return holder.get();
   }
-  auto opDesc = std::make_shared<OpDesc>(
-      UniqueName(graph, consumer.GetName() + "_weight_" + std::to_string(inputIndex)), kConstType);
+  // In the graph's arena, with its lists: a conversion adds one for every weight it sets.
+  auto opDesc = MakeShared<OpDesc>(graph.Arena(), graph.Arena());
+  opDesc->SetName(UniqueName(graph, consumer.GetName() + "_weight_" + std::to_string(inputIndex)));
+  opDesc->SetType(kConstType);
   opDesc->AddOutputDesc(tensor->GetTensorDesc());
   opDesc->SetAttr(kValueAttr, AttrValue::CreateFrom(tensor));
   holder = graph.InsertNodeBefore(opDesc, consumer);
