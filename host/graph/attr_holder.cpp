@@ -53,9 +53,9 @@ graphStatus AttrHolder::SetAttr(AttrName name, AttrValue&& value) {
   }
   if (attrs_.size() == attrs_.capacity()) {
     // A list in a graph's arena leaves its old storage behind when it moves, so it grows by
-    // about what a conversion adds to a node (two to four entries) rather than doubling.
+    // about what a conversion adds to a node (up to four entries) rather than doubling.
     const size_t at = static_cast<size_t>(it - attrs_.begin());
-    attrs_.reserve(attrs_.size() + 2 + attrs_.size() / 2);
+    attrs_.reserve(attrs_.size() + std::max<size_t>(4, attrs_.size() / 2));
     it = attrs_.begin() + static_cast<std::ptrdiff_t>(at);
   }
   attrs_.emplace(it, name, std::move(value));
