@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "graph/anchor.h"
-#include "graph/arena_vector.h"
+#include "graph/graph_arena.h"
 #include "graph/op_desc.h"
 
 // Role interfaces of nodes and graphs are reached as `node.ROLE(NodeSpec)`.

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "graph/arena_vector.h"
 #include "graph/attr_holder.h"
 #include "graph/graph_arena.h"
 #include "graph/tensor_desc.h"

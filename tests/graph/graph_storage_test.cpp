@@ -10,9 +10,9 @@
 
 #include <algorithm>
 
-#include "graph/arena_vector.h"
 #include "graph/attr_utils.h"
 #include "graph/graph.h"
+#include "graph/graph_arena.h"
 #include "graph/op_desc_utils.h"
 #include "model_builder.h"
 
