@@ -27,7 +27,7 @@ void BlockResource::NewBlock(size_t atLeast) {
 // fresh ones. Kernels without the request refuse it, and pages are mapped as they are touched.
 // The step keeps what is mapped but never used to a fraction of a block.
 void BlockResource::MapAhead() {
-  constexpr size_t kStep = 256 << 10;
+  constexpr size_t kStep = 64 << 10;
   const size_t until = std::min(capacity_, (used_ / kStep + 1) * kStep);
 #ifdef MADV_POPULATE_WRITE
   static const uintptr_t kPage = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
