@@ -234,7 +234,6 @@ class ArenaVector {
   const T* end() const { return data_ + size_; }
   T& operator[](size_t index) { return data_[index]; }
   const T& operator[](size_t index) const { return data_[index]; }
-  T& back() { return data_[size_ - 1]; }
 
   void reserve(size_t count, std::pmr::memory_resource* resource) {
     if (count <= capacity_) return;

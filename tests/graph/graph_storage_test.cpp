@@ -138,9 +138,6 @@ TEST(GraphStorageTest, ShapesCopyAndMoveAcrossInlineAndHeapStorage) {
   }
 }
 
-// Producers are found wherever they stand: listed after their consumer (such inputs connect once
-// every op is in, keeping their input positions and the graph its order), or added long before
-// it among thousands of others.
 // Growing past the capacity, inserting in the middle and erasing keep every other element in
 // order; on the heap, Release gives all storage back (the sanitizer build checks it).
 TEST(GraphStorageTest, CompactListsKeepTheirOrderAcrossGrowthInsertAndErase) {
@@ -171,6 +168,9 @@ TEST(GraphStorageTest, CompactListsKeepTheirOrderAcrossGrowthInsertAndErase) {
   EXPECT_TRUE(list.empty() && bytes.empty());
 }
 
+// Producers are found wherever they stand: listed after their consumer (such inputs connect once
+// every op is in, keeping their input positions and the graph its order), or added long before
+// it among thousands of others.
 TEST(GraphStorageTest, ProducersListedLaterOrFarBackAreFound) {
   ModelBuilder model;
   model.Op("sum", "Add").Input("d0").Input("d1").InputDesc({1}).InputDesc({1}).Output();
