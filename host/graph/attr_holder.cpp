@@ -53,9 +53,10 @@ graphStatus AttrHolder::SetAttr(AttrName name, AttrValue&& value) {
   }
   if (attrs_.size() == attrs_.capacity()) {
     // A list in a graph's arena leaves its old storage behind when it moves, so it grows by
-    // about what a conversion adds to a node (up to four entries) rather than doubling.
+    // about what a conversion adds to a node (up to four entries) rather than doubling. An empty
+    // list is a new description's, which a conversion gives a value and a version.
     const size_t at = static_cast<size_t>(it - attrs_.begin());
-    attrs_.reserve(attrs_.size() + std::max<size_t>(4, attrs_.size() / 2));
+    attrs_.reserve(attrs_.empty() ? 2 : attrs_.size() + std::max<size_t>(4, attrs_.size() / 2));
     it = attrs_.begin() + static_cast<std::ptrdiff_t>(at);
   }
   attrs_.emplace(it, name, std::move(value));

@@ -79,11 +79,7 @@ Node* OpDescUtils::HolderFor(const TensorPtr& tensor, Node& consumer, size_t inp
   opDesc->SetName(UniqueName(graph, consumer.GetName() + "_weight_" + std::to_string(inputIndex)));
   opDesc->SetType(kConstType);
   opDesc->AddOutputDesc(tensor->GetTensorDesc());
-  // The value, and room for the version a conversion gives every node.
-  AttrHolder::AttrList attrs = opDesc->NewAttrList();
-  attrs.reserve(2);
-  attrs.emplace_back(AttrName::Intern(kValueAttr), AttrValue::CreateFrom(tensor));
-  opDesc->SetAllAttrs(std::move(attrs));
+  opDesc->SetAttr(kValueAttr, AttrValue::CreateFrom(tensor));
   holder = graph.InsertNodeBefore(opDesc, consumer);
   if (holder == nullptr) return nullptr;
   tensor->holder_ = holder;
