@@ -88,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (line.run) {
     if (line.exitCode != 0) fuzzsupport::Fail("an accepted line carries a failing status");
     CheckAccepted(options);
-  } else if (line.exitCode == tesu::cli::kUsageError) {
+  } else if (line.exitCode == tesu::kUsageError) {
     if (err.str().empty()) fuzzsupport::Fail("a refused line printed no reason");
   } else if (line.exitCode != 0) {
     fuzzsupport::Fail("a refused line exits with neither 0 nor the usage status");

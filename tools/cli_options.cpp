@@ -1,13 +1,12 @@
 #include "cli_options.h"
 
-#include <cctype>
 #include <charconv>
 #include <functional>
 #include <set>
 
 #include <CLI/CLI.hpp>
 
-#include "graph/shape_math.h"
+#include "convert/option_values.h"
 
 namespace tesu {
 namespace cli {
@@ -15,20 +14,13 @@ namespace {
 
 constexpr const char* kDefaultCheckReport = "check_result.json";
 
-std::string Quote(const std::string& text) {
-  return "\"" + text + "\"";
-}
+using convert::Quote;
 
 std::string Trim(const std::string& text) {
   const size_t first = text.find_first_not_of(" \t");
   if (first == std::string::npos) return std::string();
   const size_t last = text.find_last_not_of(" \t");
   return text.substr(first, last - first + 1);
-}
-
-std::string Upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return text;
 }
 
 std::vector<std::string> Split(const std::string& text, char separator) {
@@ -70,71 +62,15 @@ std::string ForEachItem(
 }
 
 template <typename Int>
-std::string ParseIntList(const std::string& text, const std::string& what, Int lowest,
-                         std::vector<Int>& out) {
+std::string ParseIntList(const std::string& text, const std::string& what, std::vector<Int>& out) {
   out.clear();
   if (text.empty()) return std::string();
   for (const std::string& part : Split(text, ',')) {
     Int value{};
     if (!ParseInt(part, value)) return what + " " + Quote(part) + " is not an integer";
-    if (value < lowest) {
-      return what + " " + Quote(part) + " is below " + std::to_string(lowest);
-    }
     out.push_back(value);
   }
   return std::string();
-}
-
-// Names known to `nameOf` for values 0..limit, for messages that list the choices.
-std::string KnownNames(const char* (*nameOf)(int32_t), int32_t limit) {
-  std::string names;
-  for (int32_t value = 0; value <= limit; ++value) {
-    const std::string name = nameOf(value);
-    if (name.empty()) continue;
-    names += (names.empty() ? "" : ", ") + name;
-  }
-  return names;
-}
-
-// A value of a named enumeration: its name (any case) or its number.
-template <typename Enum>
-std::string ParseNamedValue(const std::string& text, const char* (*nameOf)(int32_t),
-                            bool (*parse)(const std::string&, Enum&), int32_t limit,
-                            const std::string& what, Enum& out) {
-  int32_t number = 0;
-  if (ParseInt(text, number)) {
-    if (*nameOf(number) == '\0') return "unknown " + what + " " + Quote(text);
-    out = static_cast<Enum>(number);
-    return std::string();
-  }
-  if (parse(Upper(text), out)) return std::string();
-  return "unknown " + what + " " + Quote(text) + " (expected one of " + KnownNames(nameOf, limit) +
-         ", or its number)";
-}
-
-const char* OutputFormatName(int32_t format) {
-  switch (format) {
-    case TREL_FORMAT_NCHW:
-      return "NCHW";
-    case TREL_FORMAT_NHWC:
-      return "NHWC";
-    case TREL_FORMAT_ND:
-      return "ND";
-    case TREL_FORMAT_NC1HWC0:
-      return "NC1HWC0";
-    default:
-      return "";
-  }
-}
-
-bool ParseOutputFormatName(const std::string& name, TrelTensorFormat& out) {
-  for (int32_t value = 0; value < TREL_FORMAT_RESERVED; ++value) {
-    if (name == OutputFormatName(value)) {
-      out = static_cast<TrelTensorFormat>(value);
-      return true;
-    }
-  }
-  return false;
 }
 
 const char* LogLevelName(int32_t level) {
@@ -149,11 +85,10 @@ std::string ParseInputShapes(const std::string& text,
   out.clear();
   return ForEachItem(text, [&out](const std::string& name, const std::string& value) {
     std::vector<int64_t> dims;
-    std::string reason = ParseIntList<int64_t>(value, "dimension", -1, dims);
+    std::string reason = ParseIntList<int64_t>(value, "dimension", dims);
     if (!reason.empty()) return reason + " in the shape of " + Quote(name);
-    // A shape that no tensor could have is refused here rather than reaching the graph.
-    const tov::ShapeSize size = tov::CheckedElementCount(dims, tov::UnknownDims::kSkip);
-    if (!size.ok()) return Quote(name) + " " + tov::DescribeShapeFault(size, dims, tov::DT_FLOAT);
+    reason = convert::CheckShape(name, dims);
+    if (!reason.empty()) return reason;
     out[name] = std::move(dims);
     return std::string();
   });
@@ -164,8 +99,7 @@ std::string ParseInputTypes(const std::string& text,
   out.clear();
   return ForEachItem(text, [&out](const std::string& name, const std::string& value) {
     tov::DataType type = tov::DT_UNDEFINED;
-    std::string reason = ParseNamedValue<tov::DataType>(
-        value, tov::DataTypeName, tov::ParseDataType, tov::DT_UNDEFINED, "data type", type);
+    std::string reason = convert::ParseDataType(value, type);
     if (!reason.empty()) return reason + " for " + Quote(name);
     out[name] = {type, true};
     return std::string();
@@ -177,8 +111,7 @@ std::string ParseInputFormats(const std::string& text,
   out.clear();
   return ForEachItem(text, [&out](const std::string& name, const std::string& value) {
     tov::Format format = tov::FORMAT_RESERVED;
-    std::string reason = ParseNamedValue<tov::Format>(value, tov::FormatName, tov::ParseFormat,
-                                                      tov::FORMAT_RESERVED, "format", format);
+    std::string reason = convert::ParseFormat(value, format);
     if (!reason.empty()) return reason + " for " + Quote(name);
     out[name] = format;
     return std::string();
@@ -191,8 +124,12 @@ std::string ParseOutNodes(const std::string& text,
   return ForEachItem(text, [&out](const std::string& name, const std::string& value) {
     if (value.empty()) return "node " + Quote(name) + " names no output index";
     std::vector<int32_t> indices;
-    std::string reason = ParseIntList<int32_t>(value, "output index", 0, indices);
+    std::string reason = ParseIntList<int32_t>(value, "output index", indices);
     if (!reason.empty()) return reason + " of node " + Quote(name);
+    for (const int32_t index : indices) {
+      reason = convert::CheckOutputIndex(name, index);
+      if (!reason.empty()) return reason;
+    }
     out[name] = std::move(indices);
     return std::string();
   });
@@ -203,8 +140,7 @@ std::string ParseOutputFormats(const std::string& text, std::vector<TrelTensorFo
   if (Trim(text).empty()) return "no format given";
   for (const std::string& part : Split(text, ',')) {
     TrelTensorFormat format = TREL_FORMAT_RESERVED;
-    std::string reason = ParseNamedValue<TrelTensorFormat>(
-        part, OutputFormatName, ParseOutputFormatName, TREL_FORMAT_RESERVED, "format", format);
+    std::string reason = convert::ParseOutputFormat(part, format);
     if (!reason.empty()) return reason;
     out.push_back(format);
   }
@@ -311,9 +247,9 @@ void AddFlags(CLI::App& app, CliOptions& options, std::vector<ValueFlag>& valueF
                "Only dump --model (binary) as JSON to --json through the parser. "
                "Example: --to-json --model net.pb --json net.json");
   app.add_option("--framework", options.framework,
-                 "Framework type of the model's parser. Example: --framework 6")
-      ->check(CLI::Range(0, FRAMEWORK_MAX - 1))
-      ->capture_default_str();
+                 "Framework type of the model's parser (see --list-frameworks); by default the "
+                 "one whose plug-in reads this host's model format. Example: --framework 7")
+      ->check(CLI::Range(0, FRAMEWORK_MAX - 1));
   app.add_option("--plugin-dir", options.pluginDir,
                  "Directory whose lib*.so parser plug-ins are loaded. "
                  "Example: --plugin-dir build/bin/plugins")

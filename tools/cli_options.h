@@ -14,12 +14,13 @@
 #include "framework/model_parser.h"
 #include "graph/types.h"
 #include "log/log.h"
+#include "status.h"
 
 namespace tesu {
 namespace cli {
 
-// Exit status of a command line that was refused.
-constexpr int kUsageError = 2;
+// --framework not given: the framework whose plug-in reads this host's model format.
+constexpr int32_t kDefaultFramework = -1;
 
 struct CliOptions {
   std::string modelFile;
@@ -30,7 +31,7 @@ struct CliOptions {
   std::string reportFile;     // conversion report, HTML
   bool profile = false;
   std::string pluginDir;  // empty: $TESU_PLUGIN_DIR, then beside the executable
-  int32_t framework = FRAMEWORK_ORVANE;
+  int32_t framework = kDefaultFramework;
   bool toJson = false;
   bool listFrameworks = false;
   bool version = false;

@@ -113,8 +113,9 @@ class ChainParser : public tesu::ModelParser {
 };
 
 // Runs when the host loads the library: one creator for framework type 7, with the name that
-// users see in tesu-convert --list-frameworks.
+// users see in tesu-convert --list-frameworks, reading chain files of its own format as they are.
 const bool kRegistered = tesu::ModelParserFactory::Instance()->RegisterCreator(
-    kChainFramework, [] { return std::make_shared<ChainParser>(); }, "Chain");
+    kChainFramework, [] { return std::make_shared<ChainParser>(); }, "Chain",
+    tesu::ModelInput::kOwnFormat);
 
 }  // namespace

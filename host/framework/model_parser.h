@@ -15,18 +15,26 @@
 #include "graph/compute_graph.h"
 #include "graph/graph.h"
 #include "graph/types.h"
+#include "status.h"
 
 namespace tesu {
 
-using Status = uint32_t;
-constexpr Status SUCCESS = 0;
-constexpr Status FAILED = 1;
-
 // Source frameworks a parser can be registered for. Only the values that plug-ins of this host
-// use are named.
+// use are named; the host itself decides nothing by a framework's number, only by what its
+// plug-in declared when it registered (ModelInput).
 enum FrameworkType : int32_t {
   FRAMEWORK_ORVANE = 6,
   FRAMEWORK_MAX = 64,
+};
+
+// What a parser reads, as its plug-in declares when it registers.
+enum class ModelInput : int32_t {
+  // A format of the plug-in's own: the host hands the model file's bytes over as they are, and
+  // ToJson the file as it is.
+  kOwnFormat = 0,
+  // The host's model format, a serialised ModelDef: the host checks a file's framing before the
+  // parser sees it and turns the model's JSON form into the binary form.
+  kHostModel = 1,
 };
 
 // Tensor formats the host uses for graph outputs.
@@ -91,8 +99,10 @@ class ModelParserFactory {
   // (returns false) and the first stays.
   bool RegisterCreator(FrameworkType type, ModelParserCreator creator);
   // The same, with the framework's name as users see it (for example in a list of the
-  // frameworks that the loaded plug-ins serve). The name is kept only if the creator is.
-  bool RegisterCreator(FrameworkType type, ModelParserCreator creator, const std::string& name);
+  // frameworks that the loaded plug-ins serve) and what its parser reads (a format of its own
+  // unless it says otherwise). Name and input are kept only if the creator is.
+  bool RegisterCreator(FrameworkType type, ModelParserCreator creator, const std::string& name,
+                       ModelInput input = ModelInput::kOwnFormat);
   // A new parser, or null when no creator is registered or the creator failed.
   std::shared_ptr<ModelParser> CreateModelParser(FrameworkType type) const;
   bool IsRegistered(FrameworkType type) const;
@@ -100,6 +110,8 @@ class ModelParserFactory {
   std::vector<FrameworkType> RegisteredTypes() const;
   // The name registered with the framework's creator; empty when it came without one.
   std::string FrameworkName(FrameworkType type) const;
+  // What the framework's parser reads; kOwnFormat when none is registered.
+  ModelInput InputOf(FrameworkType type) const;
   // Order of registration, for start-up diagnostics.
   size_t RegistrationCount() const;
   // Drops every creator; for tests.
@@ -108,7 +120,11 @@ class ModelParserFactory {
  private:
   ModelParserFactory() = default;
   std::map<FrameworkType, ModelParserCreator> creators_;
-  std::map<FrameworkType, std::string> names_;
+  struct Declared {
+    std::string name;
+    ModelInput input;
+  };
+  std::map<FrameworkType, Declared> declared_;
   size_t registrations_ = 0;
 };
 

@@ -32,7 +32,7 @@ bool ModelParserFactory::RegisterCreator(FrameworkType type, ModelParserCreator 
 }
 
 bool ModelParserFactory::RegisterCreator(FrameworkType type, ModelParserCreator creator,
-                                         const std::string& name) {
+                                         const std::string& name, ModelInput input) {
   if (!IsValidType(type) || !creator) {
     AI_Log_Print(AI_LOG_ERROR, kModule, "refused parser creator for framework %d: %s",
                  static_cast<int>(type), creator ? "type out of range" : "empty creator");
@@ -45,7 +45,7 @@ bool ModelParserFactory::RegisterCreator(FrameworkType type, ModelParserCreator 
                  static_cast<int>(type));
     return false;
   }
-  if (!name.empty()) names_[type] = name;
+  declared_[type] = Declared{name, input};
   ++registrations_;
   return true;
 }
@@ -86,8 +86,14 @@ std::vector<FrameworkType> ModelParserFactory::RegisteredTypes() const {
 
 std::string ModelParserFactory::FrameworkName(FrameworkType type) const {
   std::lock_guard<std::mutex> lock(FactoryMutex());
-  auto found = names_.find(type);
-  return found == names_.end() ? std::string() : found->second;
+  auto found = declared_.find(type);
+  return found == declared_.end() ? std::string() : found->second.name;
+}
+
+ModelInput ModelParserFactory::InputOf(FrameworkType type) const {
+  std::lock_guard<std::mutex> lock(FactoryMutex());
+  auto found = declared_.find(type);
+  return found == declared_.end() ? ModelInput::kOwnFormat : found->second.input;
 }
 
 size_t ModelParserFactory::RegistrationCount() const {
@@ -98,7 +104,7 @@ size_t ModelParserFactory::RegistrationCount() const {
 void ModelParserFactory::Clear() {
   std::lock_guard<std::mutex> lock(FactoryMutex());
   creators_.clear();
-  names_.clear();
+  declared_.clear();
   registrations_ = 0;
 }
 

@@ -9,12 +9,9 @@
 #include <nlohmann/json.hpp>
 
 #include "framework/model_parser.h"
+#include "status.h"
 
 namespace tesu {
-
-// Status of a file that could not be written: the directory is missing or not writable, the
-// path is a directory, or the disk is full. Distinct from a parser's own failure (1).
-constexpr Status FILE_WRITE_FAILED = 20;
 
 // Reads a whole regular file of at most tov::kMaxModelBytes (framework/input_file.h); false with
 // the reason in `error` when it cannot.

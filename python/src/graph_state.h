@@ -32,6 +32,7 @@ struct GraphState {
   // The outputs the conversion was asked for; empty: the nodes nothing consumes.
   std::map<std::string, std::vector<int32_t>> outNodes;
   std::vector<tesu::Profiler::Step> timings;
+  std::string checkReport;  // the check report's JSON text when the conversion wrote one
 };
 
 using GraphStatePtr = std::shared_ptr<const GraphState>;

@@ -35,9 +35,12 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
   };
   const std::string out = Path("o.pb");
   const Case cases[] = {
-      {{"--model", model, "--output", out, "--plugin-dir", Path("empty")},
+      {{"--model", model, "--output", out, "--plugin-dir", Path("empty"), "--framework", "6"},
        1,
        "no parser for framework 6"},
+      {{"--model", model, "--output", out, "--plugin-dir", Path("empty")},
+       1,
+       "no plug-in in " + Path("empty") + " reads this host's model format"},
       // Another framework's model is its plug-in's to judge, so bytes that are no model of this
       // host's format still reach the parser lookup.
       {{"--model", garbage, "--output", out, "--framework", "7"}, 1, "no parser for framework 7"},
@@ -72,6 +75,35 @@ TEST_F(ConvertCliTest, PicturesAndProfileOfAConversion) {
                            "node conversion", "write picture", "write source picture", "total"}) {
     EXPECT_NE(r.out.find(step), std::string::npos) << step << "\n" << r.out;
   }
+}
+
+// Names that match nothing get one warning each and the conversion goes on; the JSON dump hands
+// a readable file to the plug-in asked for, which judges it.
+TEST_F(ConvertCliTest, UnmatchedNamesAreWarnedAboutAndTheJsonDumpIsThePluginsToJudge) {
+  const std::string model = dir_.Write("model.pb", SupportedModel().Bytes());
+  auto r = Run({"--model", model, "--output", Path("o.pb"), "--input_type", "ghost:FLOAT16",
+                "--out_nodes", "exp:0,3;gone:0"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  for (const char* line :
+       {"tesu-convert: warning: input type given for \"ghost\", which is not in the graph: it is "
+        "not used\n",
+        "tesu-convert: warning: output 3 of node \"exp\" is beyond its 1 output: it is not an "
+        "output\n",
+        "tesu-convert: warning: output node \"gone\" is not in the graph: it is not an output\n"}) {
+    EXPECT_NE(r.err.find(line), std::string::npos) << r.err;
+  }
+  const std::string junk = dir_.Write("junk.bin", std::string(64, '\xff'));
+  r = Run({"--to-json", "--model", junk, "--json", Path("junk.json")});
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_NE(r.err.find("\"ReadProtoFromBinaryFile(modelFile, &ModelProto)\" \"false, return "
+                       "FAIL.\""),
+            std::string::npos)
+      << r.err;
+  r = Run({"--to-json", "--framework", "7", "--plugin-dir", TESU_EXAMPLE_PLUGIN_DIR, "--model",
+           TESU_EXAMPLES_DIR "/plugin/sample.chain", "--json", Path("chain.json")});
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_NE(r.err.find("a chain model has no JSON form"), std::string::npos) << r.err;
+  EXPECT_EQ(Files(), (std::vector<std::string>{"junk.bin", "model.pb", "o.pb"}));
 }
 
 }  // namespace

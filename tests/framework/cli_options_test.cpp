@@ -127,7 +127,7 @@ TEST(CliCommandLineTest, RefusedLinesExitWithTwoAndSayWhy) {
   for (const Case& c : cases) {
     const Invocation r = Invoke(c.args);
     EXPECT_FALSE(r.line.run) << c.message;
-    EXPECT_EQ(r.line.exitCode, tesu::cli::kUsageError) << c.message;
+    EXPECT_EQ(r.line.exitCode, tesu::kUsageError) << c.message;
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
   }
 }

@@ -24,6 +24,11 @@ def run_cli(*args):
     return done.returncode, done.stderr
 
 
+def run_cli_out(*args):
+    """Runs tesu-convert; returns its standard output."""
+    return subprocess.run([CLI, *args], capture_output=True, text=True, check=True).stdout
+
+
 @pytest.fixture
 def workdir(tmp_path, monkeypatch):
     """A fresh, empty working directory, so a test can tell exactly which files were written."""

@@ -8,7 +8,7 @@ import numpy as np
 import pytest
 
 import tesu
-from conftest import example, run_cli, sample
+from conftest import example, run_cli, run_cli_out, sample
 
 
 @pytest.mark.parametrize("model", [sample("mobile.pb"), sample("mobile.json"),
@@ -83,8 +83,9 @@ def test_malformed_model_status_and_log_lines_match_the_cli(workdir, caplog):
     with caplog.at_level(logging.INFO, logger="tesu"):
         with pytest.raises(tesu.ConversionError) as caught:
             tesu.convert("bad.json")
-    assert caught.value.status == status == 13
+    assert caught.value.status == status == 13 == tesu.ExitStatus.NOT_A_MODEL
     assert caught.value.log == [line for line in err.splitlines() if line.startswith("[")]
+    assert str(caught.value).endswith(caught.value.log[-1])
     assert 'input "ghost:0" names no node' in caught.value.log[0]
     assert [r.name for r in caplog.records] == ["tesu"]
     assert caplog.records[0].levelno == logging.ERROR
@@ -122,3 +123,28 @@ def test_model_argument_is_a_path_or_bytes(workdir):
     with pytest.raises(tesu.ConversionError, match="missing.pb") as caught:
         tesu.convert(workdir / "missing.pb")
     assert caught.value.status == run_cli("--model", "missing.pb", "--output", "o.pb")[0]
+
+
+def test_names_that_match_nothing_warn_and_change_nothing(workdir):
+    expected = tesu.convert(sample("mobile.pb")).to_json()
+    with pytest.warns(UserWarning) as caught:
+        graph = tesu.convert(sample("mobile.pb"), input_shape={"ghost": [1]},
+                             out_nodes=[("squeeze", 0), ("squeeze", 4), ("gone", 0)])
+    assert [str(w.message) for w in caught] == [
+        'input shape given for "ghost", which is not in the graph: it is not used',
+        'output node "gone" is not in the graph: it is not an output',
+        'output 4 of node "squeeze" is beyond its 1 output: it is not an output']
+    assert graph.outputs == [("squeeze", 0)]
+    assert tesu.convert(sample("mobile.pb"), input_shape={"ghost": [1]},
+                        out_nodes=[("squeeze", 0)]).to_json() == expected
+
+
+def test_check_report_of_a_success_version_and_one_error_type(workdir):
+    assert tesu.convert(sample("mobile.pb")).check_report is None
+    report = tesu.convert(sample("mobile.pb"), save_check_report=True).check_report
+    assert report["summary"]["failed"] == 0
+    assert list(workdir.iterdir()) == []
+    assert tesu.__version__ == run_cli_out("--version").split()[1]
+    with pytest.raises(tesu.ConversionError) as caught:
+        tesu.frameworks(plugin_dir=workdir / "absent")
+    assert caught.value.status == tesu.ExitStatus.FAILURE

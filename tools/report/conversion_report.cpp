@@ -19,6 +19,37 @@ void ConversionReport::ReadSource(const std::string& bytes, size_t expectedNodes
   });
 }
 
+std::string OutcomeOf(Status status) {
+  const std::string meaning = StatusMeaning(status);
+  return "status " + std::to_string(status) + (meaning.empty() ? "" : ": " + meaning);
+}
+
+RunFacts FactsOf(const convert::Result& result) {
+  RunFacts facts;
+  facts.modelFile = result.modelLabel;
+  facts.modelSize = result.modelSize;
+  facts.framework = result.framework;
+  facts.frameworkName = result.frameworkName;
+  facts.status = result.status;
+  facts.exitCode = result.exitCode;
+  if (result.Converted()) {
+    facts.outcome = StatusMeaning(SUCCESS);
+  } else {
+    facts.outcome =
+        result.failure == convert::Failure::kParse ? OutcomeOf(result.status) : result.error;
+  }
+  facts.opsBefore = result.before;
+  facts.opsAfter = result.after;
+  facts.steps = result.steps;
+  return facts;
+}
+
+void ConversionReport::ModelRead(const std::string& bytes, const convert::OpCounts& before) {
+  size_t nodes = 0;
+  for (const auto& entry : before) nodes += entry.second;
+  ReadSource(bytes, nodes);
+}
+
 void ConversionReport::SourceRead() {
   if (source_.valid()) sourceData_ = source_.get();
 }

@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "convert/conversion.h"
 #include "framework/model_parser.h"
 #include "graph/compute_graph.h"
 #include "graph_view.h"
@@ -20,7 +21,15 @@ namespace tesu {
 namespace cli {
 namespace report {
 
-class ConversionReport {
+// The facts of a run as its conversion's result gives them: the model, the framework, the
+// status and outcome, the operator counts and the timed steps.
+RunFacts FactsOf(const convert::Result& result);
+// "status 3: a converter refused a node's weights or inputs": a failed run's outcome.
+std::string OutcomeOf(Status status);
+
+// Attached to a conversion as its request's report, it reads the source graph while the parser
+// works; once the conversion is done, it is given the result to compare and the run's facts.
+class ConversionReport : public convert::Observer {
  public:
   // A report written to `path`; with an empty path every call does nothing.
   explicit ConversionReport(std::string path) : path_(std::move(path)) {}
@@ -37,10 +46,15 @@ class ConversionReport {
   void ReadSource(const std::string& bytes, size_t expectedNodes);
   // Waits until the source graph has been read and prepared.
   void SourceRead();
+  // As an observer of the conversion: ReadSource and SourceRead.
+  void ModelRead(const std::string& bytes, const convert::OpCounts& before) override;
+  void Parsed() override { SourceRead(); }
   // Reads the converted graph (null when the conversion failed), compares it with the source
   // graph and draws both on a worker thread. The graph is only read, and must not change until
   // Wait returns. `checkReport` is the operator support report the run wrote, or null.
   void Compare(const tov::ComputeGraph* converted, nlohmann::json checkReport);
+  // The same with the conversion's graph and check report.
+  void Compare(const convert::Result& result) { Compare(result.graph.get(), result.checkReport); }
   // Waits for the comparison, so that the steps it timed are recorded. The worker then writes
   // the page but for the summary.
   void Wait();

@@ -109,9 +109,9 @@ const std::map<std::string, std::vector<std::string>> USELESS_ATTR_MAP = {
 class OrvaneParserRegistrar {
  public:
   OrvaneParserRegistrar() {
-    // A refusal (another creator already holds the slot) leaves the host's choice in place.
-    (void)ModelParserFactory::Instance()->RegisterCreator(FRAMEWORK_ORVANE,
-                                                          Creator_ORVANE_Model_Parser, "Orvane");
+    // Reads the host's model format; a refusal (slot taken) leaves the host's choice in place.
+    (void)ModelParserFactory::Instance()->RegisterCreator(
+        FRAMEWORK_ORVANE, Creator_ORVANE_Model_Parser, "Orvane", ModelInput::kHostModel);
   }
 };
 

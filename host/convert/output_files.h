@@ -1,15 +1,11 @@
-// The files a conversion writes from its result. Each kind of output is one entry of the plan,
-// so a new output flag adds one entry here and nothing else in the flow.
+// The files a conversion's result is written to, by any front end.
 #ifndef TESU_TOOLS_OUTPUT_FILES_H
 #define TESU_TOOLS_OUTPUT_FILES_H
 
-#include <functional>
 #include <string>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "cli_options.h"
 #include "framework/model_parser.h"
 #include "graph/model.h"
 
@@ -22,17 +18,6 @@ struct ConversionResult {
   const tov::Model& converted;
   const std::string& sourceDot;
 };
-
-struct OutputFile {
-  std::string what;  // shown in messages: "model", "json"
-  std::string flag;  // the flag that asked for it
-  std::string path;
-  // Writes the whole file or leaves the path as it was; returns a status.
-  std::function<Status(const ConversionResult&, const std::string&)> write;
-};
-
-// The outputs the options ask for, in the order they are written.
-std::vector<OutputFile> PlannedOutputs(const CliOptions& options);
 
 // The converted model as a binary ModelDef.
 Status WriteModelFile(const ConversionResult& result, const std::string& path);

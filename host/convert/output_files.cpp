@@ -12,23 +12,6 @@
 namespace tesu {
 namespace cli {
 
-std::vector<OutputFile> PlannedOutputs(const CliOptions& options) {
-  std::vector<OutputFile> outputs;
-  if (!options.outputFile.empty()) {
-    outputs.push_back({"model", "--output", options.outputFile, WriteModelFile});
-  }
-  if (!options.jsonFile.empty()) {
-    outputs.push_back({"json", "--json", options.jsonFile, WriteModelJson});
-  }
-  if (!options.dotFile.empty()) {
-    outputs.push_back({"picture", "--dot", options.dotFile, WriteGraphDot});
-  }
-  if (!options.dotSourceFile.empty()) {
-    outputs.push_back({"source picture", "--dot-source", options.dotSourceFile, WriteSourceDot});
-  }
-  return outputs;
-}
-
 Status WriteModelFile(const ConversionResult& result, const std::string& path) {
   // Streamed into the file: the model's tensors are not copied into a serialised buffer first.
   Status status = SUCCESS;

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-#include "exit_status.h"
+#include "status.h"
 
 namespace tesu {
 namespace cli {

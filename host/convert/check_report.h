@@ -1,6 +1,6 @@
-// What the CLI tells the user about the operator support report after a conversion.
-#ifndef TESU_TOOLS_CHECK_REPORT_H
-#define TESU_TOOLS_CHECK_REPORT_H
+// The operator support report that a parser writes during a conversion.
+#ifndef TESU_CONVERT_CHECK_REPORT_H
+#define TESU_CONVERT_CHECK_REPORT_H
 
 #include <sys/types.h>
 #include <string>
@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 namespace tesu {
-namespace cli {
+namespace convert {
 
 // Notes the report file as it is before a conversion, to tell afterwards whether the
 // conversion wrote it. The report is replaced by a rename, so a new write is a new inode.
@@ -28,11 +28,7 @@ class CheckReportWatch {
 // The report as written; null when the file cannot be read or is not a JSON object.
 nlohmann::json ReadCheckReport(const std::string& reportFile);
 
-// "Foo (2), Bar (1)": the unsupported operator types the report lists, in its order; empty when
-// it lists none or cannot be read.
-std::string UnsupportedTypesOf(const std::string& reportFile);
-
-}  // namespace cli
+}  // namespace convert
 }  // namespace tesu
 
 #endif

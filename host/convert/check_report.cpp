@@ -6,10 +6,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "convert/conversion.h"
 #include "framework/pre_checker.h"
 
 namespace tesu {
-namespace cli {
+namespace convert {
 
 CheckReportWatch::CheckReportWatch(const std::string& reportPath)
     : file_(PreChecker::ReportFile(reportPath)) {
@@ -30,8 +31,7 @@ nlohmann::json ReadCheckReport(const std::string& reportFile) {
   return report.is_object() ? report : nlohmann::json();
 }
 
-std::string UnsupportedTypesOf(const std::string& reportFile) {
-  const nlohmann::json report = ReadCheckReport(reportFile);
+std::string UnsupportedTypes(const nlohmann::json& report) {
   if (!report.is_object()) return std::string();
   const auto types = report.find("unsupported_types");
   if (types == report.end() || !types->is_array()) return std::string();
@@ -44,5 +44,5 @@ std::string UnsupportedTypesOf(const std::string& reportFile) {
   return text;
 }
 
-}  // namespace cli
+}  // namespace convert
 }  // namespace tesu
