@@ -31,7 +31,7 @@ const PluginDirectory& LoadPluginDirectory(const std::string& dir, bool* loadedN
 std::optional<FrameworkType> ChooseFramework(std::optional<FrameworkType> requested,
                                              const PluginDirectory& plugins, std::string& error);
 
-// "6 Orvane": a framework type as users see it, with the name its plug-in registered.
+// "7 Chain": a framework type as users see it, with the name its plug-in registered.
 std::string FrameworkLabel(FrameworkType type);
 
 }  // namespace convert
