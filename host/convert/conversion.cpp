@@ -83,10 +83,9 @@ int FileErrorOf(const std::string& path) {
   return 0;
 }
 
-void FailModelFile(Result& result, int exitCode, const std::string& error,
-                   const std::optional<std::string_view>& bytes, const std::string& path) {
+void FailModelFile(Result& result, int exitCode, const std::string& error, const Request& request) {
   Fail(result, Failure::kModelFile, exitCode, "cannot read " + result.modelLabel + ": " + error);
-  if (!bytes) result.fileError = FileErrorOf(path);
+  if (!request.modelBytes) result.fileError = FileErrorOf(request.modelPath);
 }
 
 // The parser for the request's framework, after loading the plug-ins; null, with the failure in
@@ -129,7 +128,7 @@ bool ReadModel(const Request& request, bool hostModel, std::string& owned, std::
   int failure = kFailure;
   if (!request.modelBytes) {
     if (!cli::ReadModelFile(request.modelPath, owned, error, failure, hostModel)) {
-      FailModelFile(result, failure, error, request.modelBytes, request.modelPath);
+      FailModelFile(result, failure, error, request);
       return false;
     }
     std::error_code ec;
@@ -142,7 +141,7 @@ bool ReadModel(const Request& request, bool hostModel, std::string& owned, std::
   if (!hostModel || !cli::IsJsonModel(bytes.data(), bytes.size())) return true;
   owned.assign(bytes.data(), bytes.size());
   if (!cli::JsonModelToBinary(owned, error)) {
-    FailModelFile(result, kFailure, error, request.modelBytes, request.modelPath);
+    FailModelFile(result, kFailure, error, request);
     return false;
   }
   bytes = owned;
@@ -266,8 +265,7 @@ Result DumpJson(const Request& request, const std::string& jsonFile) {
     InputFile file;
     const bool opened = file.Open(modelFile, tov::kMaxModelBytes, error);
     if (!opened || file.Size() == 0) {
-      FailModelFile(result, kFailure, opened ? "the file is empty" : error, request.modelBytes,
-                    modelFile);
+      FailModelFile(result, kFailure, opened ? "the file is empty" : error, request);
       return result;
     }
     result.modelSize = file.Size();
