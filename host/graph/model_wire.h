@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <string_view>
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
@@ -117,6 +118,29 @@ class Reader {
 
 inline bool IsLengthDelimited(uint32_t tag) {
   return WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_LENGTH_DELIMITED;
+}
+
+inline std::string_view Text(Span bytes) {
+  return {reinterpret_cast<const char*>(bytes.data), static_cast<size_t>(bytes.size)};
+}
+
+// Calls `field(number, bytes)` for each length-delimited field of a message of any size; other
+// fields are skipped. False when the message is malformed or `field` returns false.
+template <typename Field>
+bool ForEachLengthDelimited(Span message, Field field) {
+  Reader in(message);
+  while (!in.AtEnd()) {
+    uint32_t tag = 0;
+    Span bytes;
+    if (!in.ReadTag(tag)) return false;
+    if (!IsLengthDelimited(tag)) {
+      if (!in.SkipField(tag)) return false;
+    } else if (!in.ReadLengthDelimited(bytes) ||
+               !field(WireFormatLite::GetTagFieldNumber(tag), bytes)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // Calls `field(tag)` for each field of the message at the stream's position, up to its current

@@ -11,9 +11,9 @@ namespace tesu {
 namespace cli {
 namespace report {
 
-void ConversionReport::ReadSource(const std::string& bytes, size_t expectedNodes) {
+void ConversionReport::ReadSource(std::string_view bytes, size_t expectedNodes) {
   if (!Wanted()) return;
-  source_ = std::async(std::launch::async, [&bytes, expectedNodes] {
+  source_ = std::async(std::launch::async, [bytes, expectedNodes] {
     ProfileScope step("report: source graph");
     return PrepareSource(SourceViewOf(bytes, expectedNodes));
   });

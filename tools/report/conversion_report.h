@@ -7,6 +7,7 @@
 
 #include <future>
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -34,7 +35,7 @@ class ConversionReport {
   // prepares what the page takes from it alone. The bytes must
   // stay as they are until SourceRead returns. `expectedNodes` is how many nodes the graph has,
   // as far as is known.
-  void ReadSource(const std::string& bytes, size_t expectedNodes);
+  void ReadSource(std::string_view bytes, size_t expectedNodes);
   // Waits until the source graph has been read and prepared.
   void SourceRead();
   // Reads the converted graph (null when the conversion failed), compares it with the source
