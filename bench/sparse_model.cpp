@@ -7,23 +7,17 @@
 #include <cstring>
 #include <vector>
 
+#include "graph/model_wire.h"
 #include "graph/proto/model.pb.h"
 #include "modelkit/model_builder.h"
 
 namespace bench {
 namespace {
 
-using google::protobuf::internal::WireFormatLite;
+using tov::wire::AppendVarint;
+using tov::wire::WireFormatLite;
 
 constexpr uint64_t kSideAlignment = 64;
-
-void AppendVarint(uint64_t value, std::string& out) {
-  while (value >= 0x80) {
-    out.push_back(static_cast<char>((value & 0x7f) | 0x80));
-    value >>= 7;
-  }
-  out.push_back(static_cast<char>(value));
-}
 
 void AppendTag(int number, std::string& out) {
   AppendVarint(WireFormatLite::MakeTag(number, WireFormatLite::WIRETYPE_LENGTH_DELIMITED), out);

@@ -559,6 +559,7 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
 
 namespace {
 
+using wire::AppendVarint;
 using wire::Span;
 using wire::WireFormatLite;
 
@@ -590,14 +591,6 @@ bool SplitFields(Span message, size_t most, std::vector<Span>& spans, std::strin
     }
   }
   return true;
-}
-
-void AppendVarint(uint64_t value, std::string& out) {
-  while (value >= 0x80) {
-    out.push_back(static_cast<char>((value & 0x7f) | 0x80));
-    value >>= 7;
-  }
-  out.push_back(static_cast<char>(value));
 }
 
 // Copies an op's wire bytes without its tensors' `data` fields, which are located instead:

@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include <google/protobuf/io/coded_stream.h>
@@ -141,6 +142,15 @@ bool ForEachLengthDelimited(Span message, Field field) {
     }
   }
   return true;
+}
+
+// Appends `value` as a varint: how a rewritten message's tags and lengths are spelled.
+inline void AppendVarint(uint64_t value, std::string& out) {
+  while (value >= 0x80) {
+    out.push_back(static_cast<char>((value & 0x7f) | 0x80));
+    value >>= 7;
+  }
+  out.push_back(static_cast<char>(value));
 }
 
 // Calls `field(tag)` for each field of the message at the stream's position, up to its current
