@@ -16,7 +16,7 @@ namespace tesu {
 // path is a directory, or the disk is full. Distinct from a parser's own failure (1).
 constexpr Status FILE_WRITE_FAILED = 20;
 
-// Reads a whole regular file of at most tov::kMaxModelBytes (framework/input_file.h); false with
+// Reads a whole regular file of at most tov::kMaxMessageBytes (framework/input_file.h); false with
 // the reason in `error` when it cannot.
 bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& error);
 

@@ -15,9 +15,10 @@ namespace tov {
 // decoded into memory stays bounded by the limits below.
 constexpr uint64_t kMaxModelBytes = UINT64_MAX / 2;
 
-// One op of a graph, its tensor bytes excepted: protobuf's own limit for one message, 2 GiB
-// less one byte, within which protobuf's parser checks the op's varints, lengths and strings.
-constexpr size_t kMaxOpBytes = 2147483647;
+// One message that protobuf parses whole: an op of a graph without its tensor bytes, or a file
+// read into one message (the plug-in's binary reads, JSON forms). protobuf's own limit, 2 GiB
+// less one byte, within which its parser checks the varints, lengths and strings.
+constexpr size_t kMaxMessageBytes = 2147483647;
 
 // Nodes of a model's graph. A node costs about 2 KB in memory once converted, so the largest
 // graph accepted needs about 8 GB; the largest real networks have a few hundred thousand nodes.

@@ -771,7 +771,7 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
     const TensorBytesIn bytes{&source, &located};
     for (const Span& span : ops) {
       std::string* stripped = nullptr;
-      if (!locator.Strip(span, stripped, located) || stripped->size() > kMaxOpBytes) {
+      if (!locator.Strip(span, stripped, located) || stripped->size() > kMaxMessageBytes) {
         return NotAModel(size);
       }
       bytesSinceReset += stripped->size();
