@@ -599,12 +599,21 @@ bool SplitFields(Span message, size_t most, std::vector<Span>& spans, std::strin
 // its tensors, and tensor bytes are never copied into a message.
 class TensorDataLocator {
  public:
-  // False when the op's bytes are not a well-formed message.
-  bool Strip(Span op, std::string*& parsed, std::vector<LocatedData>& located) {
+  // `parsed` is the op's bytes as protobuf is to parse them: the bytes themselves when they hold
+  // no tensor data, which is found in a first pass that writes nothing. False when the op's
+  // bytes are not a well-formed message.
+  bool Strip(Span op, Span& parsed, std::vector<LocatedData>& located) {
     located_ = &located;
     located.clear();
+    write_ = false;
+    sawData_ = false;
     if (!Copy(op, 0)) return false;
-    parsed = &levels_[0];
+    parsed = op;
+    if (!sawData_) return true;
+    located.clear();
+    write_ = true;
+    if (!Copy(op, 0)) return false;
+    parsed = {reinterpret_cast<const uint8_t*>(levels_[0].data()), levels_[0].size()};
     return true;
   }
 
@@ -647,10 +656,12 @@ class TensorDataLocator {
         if (depth + 1 == kDepth) {
           located_->back().data = inner;
           located_->back().present = true;
+          sawData_ = true;
           continue;
         }
         if (depth == 0) located_->emplace_back();
         if (!Copy(inner, depth + 1)) return false;
+        if (!write_) continue;
         out.append(reinterpret_cast<const char*>(message.data + start),
                    static_cast<size_t>(afterTag - start));
         AppendVarint(levels_[depth + 1].size(), out);
@@ -668,14 +679,17 @@ class TensorDataLocator {
       } else if (depth == 2 && ReplacesTensor(tag)) {
         located_->back().present = false;
       }
-      out.append(reinterpret_cast<const char*>(message.data + start),
-                 static_cast<size_t>(input.Position() - start));
+      if (write_)
+        out.append(reinterpret_cast<const char*>(message.data + start),
+                   static_cast<size_t>(input.Position() - start));
     }
     return true;
   }
 
   std::string levels_[kDepth];
   std::vector<LocatedData>* located_ = nullptr;
+  bool write_ = false;
+  bool sawData_ = false;
 };
 
 google::protobuf::ArenaOptions MessageArenaOptions() {
@@ -770,17 +784,17 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
     std::vector<LocatedData> located;
     const TensorBytesIn bytes{&source, &located};
     for (const Span& span : ops) {
-      std::string* stripped = nullptr;
-      if (!locator.Strip(span, stripped, located) || stripped->size() > kMaxMessageBytes) {
+      Span parsed;
+      if (!locator.Strip(span, parsed, located) || parsed.size > kMaxMessageBytes) {
         return NotAModel(size);
       }
-      bytesSinceReset += stripped->size();
+      bytesSinceReset += static_cast<size_t>(parsed.size);
       if (op == nullptr || bytesSinceReset > kFirstBlockBytes / 2) {
         opArena.Reset();
         op = google::protobuf::Arena::CreateMessage<OpDef>(&opArena);
-        bytesSinceReset = stripped->size();
+        bytesSinceReset = static_cast<size_t>(parsed.size);
       }
-      if (!op->ParseFromString(*stripped)) return NotAModel(size);
+      if (!op->ParseFromArray(parsed.data, static_cast<int>(parsed.size))) return NotAModel(size);
       if (builder.AddOp(*op, bytes) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     }
     std::shared_ptr<ComputeGraph> graph;
