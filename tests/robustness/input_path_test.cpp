@@ -95,7 +95,8 @@ TEST_F(InputPathTest, EveryKindOfModelPathIsRefusedNamingIt) {
       // Unreadable whoever runs the test, root included.
       {"loop_a", 1, "Too many levels of symbolic links"},
       {"file/model.pb", 1, "Not a directory"},
-      {"huge", 13, "no valid field tag at byte 0"},
+      {"huge", 13,
+       "not a model, neither its JSON form nor a serialised ModelDef: no valid field tag"},
       {"garbage", 13, "not a model, neither its JSON form nor a serialised ModelDef"},
   };
   for (const PathCase& c : cases) {
