@@ -121,19 +121,20 @@ std::shared_ptr<ModelParser> ObtainParser(const Request& request, Result& result
 
 // The model's bytes as the parser takes them: read from the file, or the caller's, and for a
 // parser of the host's model format checked and turned from the JSON form into the binary one.
-bool ReadModel(const Request& request, bool hostModel, std::string& owned, std::string_view& bytes,
-               Result& result) {
+// A model file is mapped, not read, so the graph's tensors refer to its bytes.
+bool ReadModel(const Request& request, bool hostModel, cli::ModelBytes& mapped,
+               std::string& owned, std::string_view& bytes, Result& result) {
   ProfileScope step("read model");
   std::string error;
   int failure = kFailure;
   if (!request.modelBytes) {
-    if (!cli::ReadModelFile(request.modelPath, owned, error, failure, hostModel)) {
+    if (!cli::ReadModelFile(request.modelPath, mapped, error, failure, hostModel)) {
       FailModelFile(result, failure, error, request);
       return false;
     }
     std::error_code ec;
     result.modelSize = fs::file_size(request.modelPath, ec);
-    bytes = owned;
+    bytes = mapped;
     return true;
   }
   bytes = *request.modelBytes;
@@ -150,15 +151,13 @@ bool ReadModel(const Request& request, bool hostModel, std::string& owned, std::
 
 // Runs the parser on the bytes; the report, when there is one, reads them meanwhile.
 Status Parse(const Request& request, ModelParser& parser, ParserOptions& options,
-             std::string& owned, std::string_view bytes, const OpCounts& before,
+             const cli::ModelBytes& mapped, std::string_view bytes, const OpCounts& before,
              tov::Graph& graph) {
-  // The report takes the bytes as a string; the caller's bytes are copied only for it.
-  if (request.report != nullptr) {
-    if (owned.data() != bytes.data()) owned.assign(bytes.data(), bytes.size());
-    request.report->ModelRead(owned, before);
-  }
+  if (request.report != nullptr) request.report->ModelRead(bytes, before);
   std::vector<tov::BaseBuffer> buffers{
-      tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
+      !request.modelBytes
+          ? mapped.Buffer()
+          : tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
   const Status status = parser.ParseFromMemory(options, buffers, graph);
   if (request.report != nullptr) request.report->Parsed();
   return status;
@@ -174,9 +173,10 @@ Result Convert(const Request& request) {
   if (parser == nullptr) return result;
   const bool hostModel =
       ModelParserFactory::Instance()->InputOf(result.framework) == ModelInput::kHostModel;
+  cli::ModelBytes mapped;
   std::string owned;
   std::string_view bytes;
-  if (!ReadModel(request, hostModel, owned, bytes, result)) return result;
+  if (!ReadModel(request, hostModel, mapped, owned, bytes, result)) return result;
   std::string modelName;
   {
     ProfileScope step("count source operators");
@@ -198,8 +198,10 @@ Result Convert(const Request& request) {
   }
   const CheckReportWatch report(options.checkReportPath);
   tov::Graph graph;
-  Status status = Parse(request, *parser, options, owned, bytes, result.before, graph);
-  std::string().swap(owned);  // the graph holds everything now; give the memory back
+  Status status = Parse(request, *parser, options, mapped, bytes, result.before, graph);
+  // The graph holds what it needs of the bytes now; give the rest back.
+  std::string().swap(owned);
+  mapped.Release();
   if (report.Written()) {
     result.checkReport = ReadCheckReport(report.File());
     if (!scratch) result.checkReportFile = report.File();
@@ -225,11 +227,15 @@ Result Load(const Request& request) {
   Result result;
   Capture capture(request, result);
   result.modelLabel = request.modelBytes ? std::string("<bytes>") : request.modelPath;
+  cli::ModelBytes mapped;
   std::string owned;
   std::string_view bytes;
-  if (!ReadModel(request, true, owned, bytes, result)) return result;
-  const tov::graphStatus status =
-      result.model.Load(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  if (!ReadModel(request, true, mapped, owned, bytes, result)) return result;
+  const tov::BaseBuffer buffer =
+      !request.modelBytes
+          ? mapped.Buffer()
+          : tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  const tov::graphStatus status = result.model.Load(buffer.data(), buffer.size());
   result.graph = tov::GraphUtils::GetComputeGraph(result.model.GetGraph());
   if (status != tov::GRAPH_SUCCESS || result.graph == nullptr) {
     result.status = status != tov::GRAPH_SUCCESS ? status : FAILED;

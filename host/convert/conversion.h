@@ -53,7 +53,7 @@ class Observer {
   virtual ~Observer() = default;
   // The model's bytes as the parser gets them, and the operator counts of their graph; the
   // bytes stay valid until Parsed is called.
-  virtual void ModelRead(const std::string& bytes, const OpCounts& before) = 0;
+  virtual void ModelRead(std::string_view bytes, const OpCounts& before) = 0;
   // The parser returned; the bytes are released once this returns.
   virtual void Parsed() = 0;
 };

@@ -136,6 +136,36 @@ bool ReadModelFile(const std::string& path, std::string& bytes, std::string& err
   return !json || JsonModelToBinary(bytes, error);
 }
 
+bool ReadModelFile(const std::string& path, ModelBytes& bytes, std::string& error, int& failure,
+                   bool modelDef) {
+  InputFile file;
+  bool json = false;
+  bytes.Release();
+  if (!OpenModelFile(path, file, json, error, failure, modelDef)) return false;
+  failure = kFailure;
+  if (json)
+    return file.ReadAll(bytes.converted_, error) && JsonModelToBinary(bytes.converted_, error);
+  bytes.mapping_ = file.Map(error);
+  return bytes.mapping_ != nullptr;
+}
+
+std::string_view ModelBytes::View() const {
+  if (mapping_ == nullptr) return converted_;
+  return {reinterpret_cast<const char*>(mapping_->data()), static_cast<size_t>(mapping_->size())};
+}
+
+tov::BaseBuffer ModelBytes::Buffer() const {
+  const std::string_view bytes = View();
+  const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
+  if (mapping_ == nullptr) return tov::BaseBuffer(data, bytes.size());
+  return tov::BaseBuffer(data, bytes.size(), mapping_, mapping_->path());
+}
+
+void ModelBytes::Release() {
+  mapping_.reset();
+  std::string().swap(converted_);
+}
+
 bool IsJsonModel(const char* data, size_t size) {
   const std::string_view text(data, size);
   const size_t first = text.find_first_not_of(kBlanks);

@@ -3,8 +3,12 @@
 #define TESU_TOOLS_MODEL_FILE_H
 
 #include <cstddef>
+#include <memory>
 #include <string>
+#include <string_view>
 
+#include "graph/base_buffer.h"
+#include "graph/mapped_file.h"
 #include "status.h"
 
 namespace tesu {
@@ -25,6 +29,31 @@ bool CheckModelFile(const std::string& path, std::string& error, int& failure);
 // model or its JSON is invalid; binary content past its framing is not validated here, the
 // parser does that.
 bool ReadModelFile(const std::string& path, std::string& bytes, std::string& error, int& failure,
+                   bool modelDef = true);
+
+// A model file's bytes as the parser is given them: the file mapped read-only, or, for the JSON
+// form, the serialised message built from it. Tensors loaded from a mapped file refer to its
+// bytes, and the graph keeps the mapping alive.
+class ModelBytes {
+ public:
+  const char* data() const { return View().data(); }
+  size_t size() const { return View().size(); }
+  operator std::string_view() const { return View(); }  // NOLINT: read wherever bytes are
+  // The buffer the parser loads: it carries the mapping, so tensors refer to it.
+  tov::BaseBuffer Buffer() const;
+  // Lets go of the bytes; a graph loaded from them keeps what it refers to.
+  void Release();
+
+ private:
+  friend bool ReadModelFile(const std::string&, ModelBytes&, std::string&, int&, bool);
+  std::string_view View() const;
+
+  std::shared_ptr<const tov::MappedFile> mapping_;
+  std::string converted_;
+};
+
+// ReadModelFile mapping the file instead of reading it.
+bool ReadModelFile(const std::string& path, ModelBytes& bytes, std::string& error, int& failure,
                    bool modelDef = true);
 
 // True when model bytes are the JSON form: their first non-blank byte is '{'.

@@ -10,9 +10,9 @@
 namespace tesu {
 namespace cli {
 
-// Reads the name and the operator types of the first graph of serialised ModelDef bytes. It
-// walks the wire format with protobuf's reader and skips everything else, so summarising a
-// model with large weights neither copies them nor builds the model. False when the bytes are
+// Reads the name and the operator types of the first graph of serialised ModelDef bytes, of any
+// size. It walks the wire format (graph/model_wire.h) and skips everything else, so summarising
+// a model with large weights neither copies them nor builds the model. False when the bytes are
 // not well-formed.
 bool SummarizeModel(std::string_view bytes, std::string& name, OpCounts& counts);
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 
 namespace tesu {
@@ -80,6 +79,7 @@ bool InputFile::Open(const std::string& path, uint64_t maxBytes, std::string& er
     return false;
   }
   size_ = static_cast<uint64_t>(info.st_size);
+  path_ = path;
   if (size_ > maxBytes) {
     error = "the file has " + std::to_string(size_) + " bytes, more than the " +
             std::to_string(maxBytes) + " accepted";
@@ -116,6 +116,10 @@ bool InputFile::ReadAll(std::string& bytes, std::string& error) const {
   return true;
 }
 
+std::shared_ptr<const tov::MappedFile> InputFile::Map(std::string& error) const {
+  return tov::MappedFile::FromDescriptor(fd_, path_, error);
+}
+
 bool CheckMessageFraming(const InputFile& file, std::string& error, size_t mostFields) {
   const uint64_t size = file.Size();
   uint64_t offset = 0;
@@ -145,7 +149,7 @@ bool CheckMessageFraming(const InputFile& file, std::string& error, size_t mostF
         break;
       case 2:  // length-delimited
         if (!ReadVarint(file, offset, value, length, error)) return false;
-        offset = value > static_cast<uint64_t>(INT_MAX) ? UINT64_MAX : offset + length + value;
+        offset = value > size ? UINT64_MAX : offset + length + value;
         break;
       default:
         error = "field " + std::to_string(number) + " at byte " + std::to_string(fieldStart) +

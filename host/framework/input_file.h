@@ -5,7 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "graph/mapped_file.h"
 
 namespace tesu {
 
@@ -31,8 +34,13 @@ class InputFile {
   // Reads the whole file: exactly Size() bytes, or false when it shrank meanwhile.
   bool ReadAll(std::string& bytes, std::string& error) const;
 
+  // Maps the whole file read-only instead of reading it; null, with the reason in `error`,
+  // when it cannot be mapped. Model::Load of the mapped bytes refers to their tensors.
+  std::shared_ptr<const tov::MappedFile> Map(std::string& error) const;
+
  private:
   int fd_ = -1;
+  std::string path_;
   uint64_t size_ = 0;
 };
 

@@ -89,7 +89,7 @@ void StripFields(google::protobuf::Message& message, const std::set<std::string>
 
 bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& error) {
   InputFile file;
-  return file.Open(path, tov::kMaxModelBytes, error) && file.ReadAll(bytes, error);
+  return file.Open(path, tov::kMaxMessageBytes, error) && file.ReadAll(bytes, error);
 }
 
 bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message) {
@@ -99,7 +99,7 @@ bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* me
   InputFile input;
   std::string bytes;
   std::string error;
-  if (!input.Open(file, tov::kMaxModelBytes, error)) {
+  if (!input.Open(file, tov::kMaxMessageBytes, error)) {
     AI_Log_Print(AI_LOG_ERROR, kModule, "cannot read %s: %s", file, error.c_str());
     return false;
   }

@@ -13,7 +13,7 @@
 
 namespace tesu {
 
-// Reads a whole regular file of at most tov::kMaxModelBytes (framework/input_file.h); false with
+// Reads a whole regular file of at most tov::kMaxMessageBytes (framework/input_file.h); false with
 // the reason in `error` when it cannot.
 bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& error);
 

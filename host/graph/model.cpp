@@ -2,6 +2,7 @@
 
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
+#include "graph/mapped_file.h"
 #include "graph/model_serializer.h"
 #include "log/log.h"
 
@@ -10,6 +11,17 @@ namespace tov {
 graphStatus Model::Load(const uint8_t* data, size_t size) {
   if (data == nullptr && size != 0) return GRAPH_PARAM_INVALID;
   return ModelSerializer::LoadModel(data, size, *this);
+}
+
+graphStatus Model::LoadFile(const std::string& path) {
+  std::string error;
+  const std::shared_ptr<const MappedFile> file = MappedFile::Open(path, error);
+  if (file == nullptr) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "cannot read the model file \"%s\": %s", path.c_str(),
+                 error.c_str());
+    return GRAPH_FAILED;
+  }
+  return ModelSerializer::LoadModel(file->data(), static_cast<size_t>(file->size()), *this);
 }
 
 graphStatus Model::Load(tesu::proto::ModelDef&& modelDef) {

@@ -32,7 +32,13 @@ class Model : public AttrHolder {
   // Parses a serialised ModelDef and builds its compute graph. A model without a graph loads
   // as a model whose graph is empty (no compute graph). Any malformed content is refused with
   // GRAPH_MODEL_INVALID and one log line naming the node and the problem.
+  // Bytes that lie in a live MappedFile (graph/mapped_file.h) are not copied: the model's
+  // tensors refer to them and keep the mapping alive, and side files are found next to the
+  // mapped file. Other bytes are copied.
   graphStatus Load(const uint8_t* data, size_t size);
+  // Maps the model file at `path` and loads it, as above. GRAPH_FAILED, with a log line, when
+  // the file cannot be mapped.
+  graphStatus LoadFile(const std::string& path);
   // Builds the compute graph from a parsed message; the message's tensor bytes are moved out.
   graphStatus Load(tesu::proto::ModelDef&& modelDef);
 

@@ -22,6 +22,7 @@
 #include "graph/model_limits.h"
 #include "graph/op_desc_utils.h"
 #include "graph/shape_math.h"
+#include "graph/tensor_source.h"
 #include "log/log.h"
 
 namespace tov {
@@ -84,29 +85,94 @@ graphStatus LoadDesc(const TensorDescriptor& def, TensorDesc& desc, LoadError& e
   return GRAPH_SUCCESS;
 }
 
+// The `data` of a tensor attribute found on the wire, by the attribute's key, so that the
+// bytes are referred to where they lie instead of being parsed into the message.
+struct LocatedData {
+  std::string_view key;
+  wire::Span data;
+  bool present = false;  // false when the attribute's last tensor has no data field
+};
+
+// Where the tensors of one op or attribute map get their bytes: data located on the wire (the
+// op's message holds none then) and the source that refers to them or to side files.
+struct TensorBytesIn {
+  TensorSource* source = nullptr;
+  const std::vector<LocatedData>* located = nullptr;
+
+  // The data the op's wire bytes hold for attribute `key`; null when they hold none.
+  const wire::Span* Find(const std::string& key) const {
+    if (located == nullptr) return nullptr;
+    // A key repeated on the wire is the last one's value, as in protobuf's map.
+    for (auto it = located->rbegin(); it != located->rend(); ++it) {
+      if (it->key == key) return it->present ? &it->data : nullptr;
+    }
+    return nullptr;
+  }
+};
+
+// Data of `bytes` bytes must be exactly what the shape and data type need.
+graphStatus CheckDataSize(const TensorDesc& desc, uint64_t bytes, const char* holds,
+                          LoadError& error) {
+  const DimsView dims(desc.GetShape());
+  const ShapeSize size = CheckedByteSize(dims, desc.GetDataType());
+  if (!size.ok()) {
+    // The description passed LoadDesc: only an unknown dimension or data type is left.
+    return error.Fail(holds + std::to_string(bytes) +
+                      " bytes of data, which need a known shape and data type, but it " +
+                      DescribeShapeFault(size, dims, desc.GetDataType()));
+  }
+  if (static_cast<uint64_t>(size.value) != bytes) {
+    return error.Fail(holds + std::to_string(bytes) + " bytes but its shape and " +
+                      DataTypeName(desc.GetDataType()) + " data type need " +
+                      std::to_string(size.value) + " (shape " + ShapeText(dims) + ")");
+  }
+  return GRAPH_SUCCESS;
+}
+
+// A tensor whose bytes are in a side file: its data field is empty and the range it names is
+// exactly the tensor's size, within a readable file inside the model's folder.
+graphStatus LoadExternal(const TensorDef& def, uint64_t dataBytes, const TensorBytesIn& bytes,
+                         Tensor& tensor, LoadError& error) {
+  if (dataBytes != 0) {
+    return error.Fail("holds " + std::to_string(dataBytes) +
+                      " bytes of data and a side-file location; its bytes must be in one or "
+                      "the other");
+  }
+  const tesu::proto::ExternalData& external = def.external();
+  if (CheckDataSize(tensor.GetTensorDesc(), external.length(), "has a side-file range of ",
+                    error) != GRAPH_SUCCESS) {
+    return GRAPH_MODEL_INVALID;
+  }
+  std::string problem;
+  TensorSource none(nullptr);
+  TensorSource& source = bytes.source != nullptr ? *bytes.source : none;
+  if (!source.ReferExternal(tensor, {external.location(), external.offset(), external.length()},
+                            problem)) {
+    return error.Fail(std::move(problem));
+  }
+  return GRAPH_SUCCESS;
+}
+
 // Tensor data must be exactly what the shape and data type need; a tensor without data only
 // needs a description that could exist.
-graphStatus LoadTensor(TensorDef& def, GraphArena* arena, TensorPtr& tensor, LoadError& error) {
+graphStatus LoadTensor(TensorDef& def, const wire::Span* located, const TensorBytesIn& bytes,
+                       GraphArena* arena, TensorPtr& tensor, LoadError& error) {
   TensorDesc desc;
   if (LoadDesc(def.desc(), desc, error) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
-  const std::string& data = def.data();
-  if (!data.empty()) {
-    const DimsView dims(desc.GetShape());
-    const ShapeSize size = CheckedByteSize(dims, desc.GetDataType());
-    if (!size.ok()) {
-      // The description passed LoadDesc: only an unknown dimension or data type is left.
-      return error.Fail("holds " + std::to_string(data.size()) +
-                        " bytes of data, which need a known shape and data type, but it " +
-                        DescribeShapeFault(size, dims, desc.GetDataType()));
-    }
-    if (static_cast<uint64_t>(size.value) != data.size()) {
-      return error.Fail("holds " + std::to_string(data.size()) + " bytes but its shape and " +
-                        DataTypeName(desc.GetDataType()) + " data type need " +
-                        std::to_string(size.value) + " (shape " + ShapeText(dims) + ")");
-    }
+  const uint64_t dataBytes = located != nullptr ? located->size : def.data().size();
+  if (!def.has_external() && dataBytes != 0 &&
+      CheckDataSize(desc, dataBytes, "holds ", error) != GRAPH_SUCCESS) {
+    return GRAPH_MODEL_INVALID;
   }
   tensor = MakeShared<Tensor>(arena, desc);
-  tensor->SetData(std::move(*def.mutable_data()));
+  if (def.has_external()) return LoadExternal(def, dataBytes, bytes, *tensor, error);
+  if (located == nullptr) {
+    tensor->SetData(std::move(*def.mutable_data()));
+  } else if (bytes.source != nullptr) {
+    bytes.source->Refer(*tensor, *located);
+  } else {
+    tensor->SetData(located->data, static_cast<size_t>(located->size));
+  }
   return GRAPH_SUCCESS;
 }
 
@@ -129,7 +195,8 @@ graphStatus LoadList(const tesu::proto::ListValue& list, AttrValue& value, LoadE
 
 // Every kind of the value's oneof is handled; an attribute without a value loads as an empty
 // one.
-graphStatus LoadAttr(AttrDef& def, GraphArena* arena, AttrValue& value, LoadError& error) {
+graphStatus LoadAttr(AttrDef& def, const wire::Span* located, const TensorBytesIn& bytes,
+                     GraphArena* arena, AttrValue& value, LoadError& error) {
   switch (def.value_case()) {
     case AttrDef::kS:
       value = AttrValue::CreateFrom(std::move(*def.mutable_s()));
@@ -147,7 +214,7 @@ graphStatus LoadAttr(AttrDef& def, GraphArena* arena, AttrValue& value, LoadErro
       return LoadList(def.list(), value, error);
     case AttrDef::kT: {
       TensorPtr tensor;
-      if (LoadTensor(*def.mutable_t(), arena, tensor, error) != GRAPH_SUCCESS) {
+      if (LoadTensor(*def.mutable_t(), located, bytes, arena, tensor, error) != GRAPH_SUCCESS) {
         return GRAPH_MODEL_INVALID;
       }
       value = AttrValue::CreateFrom(std::move(tensor));
@@ -182,8 +249,9 @@ class AttrNameCache {
 
 // `owner` describes what the attributes belong to; it is only called to report a problem.
 graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs,
-                        const std::function<std::string()>& owner, GraphArena* arena,
-                        AttrHolder& holder, LoadError& error, AttrNameCache& names) {
+                        const std::function<std::string()>& owner, const TensorBytesIn& bytes,
+                        GraphArena* arena, AttrHolder& holder, LoadError& error,
+                        AttrNameCache& names) {
   // Room for the one attribute a conversion adds to every node it keeps ("version"), so that
   // the list does not have to move for it.
   AttrHolder::AttrList list = holder.NewAttrList();
@@ -195,7 +263,9 @@ graphStatus LoadAttrMap(google::protobuf::Map<std::string, AttrDef>& attrs,
       return error.In(owner());
     }
     AttrValue value;
-    if (LoadAttr(entry.second, arena, value, error) != GRAPH_SUCCESS) {
+    const wire::Span* located =
+        entry.second.value_case() == AttrDef::kT ? bytes.Find(entry.first) : nullptr;
+    if (LoadAttr(entry.second, located, bytes, arena, value, error) != GRAPH_SUCCESS) {
       return error.In("attribute " + Quote(entry.first) + " of " + owner());
     }
     list.emplace_back(names.Intern(entry.first), std::move(value));
@@ -228,8 +298,8 @@ size_t CountDataInputs(const OpDef& op) {
   return count;
 }
 
-graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError& error,
-                        AttrNameCache& names) {
+graphStatus BuildOpDesc(OpDef& op, const TensorBytesIn& bytes, GraphArena* arena, OpDescPtr& desc,
+                        LoadError& error, AttrNameCache& names) {
   desc = MakeShared<OpDesc>(arena, arena);
   const size_t dataInputs = CountDataInputs(op);
   desc->ReserveDescs(std::max(dataInputs, static_cast<size_t>(op.input_desc_size())),
@@ -250,7 +320,8 @@ graphStatus BuildOpDesc(OpDef& op, GraphArena* arena, OpDescPtr& desc, LoadError
   }
   desc->SetIsInputConst(op.is_input_const().begin(), op.is_input_const().end());
   const auto subject = [&op] { return NodeSubject(op); };
-  if (LoadAttrMap(*op.mutable_attr(), subject, arena, *desc, error, names) != GRAPH_SUCCESS) {
+  if (LoadAttrMap(*op.mutable_attr(), subject, bytes, arena, *desc, error, names) !=
+      GRAPH_SUCCESS) {
     return GRAPH_MODEL_INVALID;
   }
   if (op.type() == "Const") {
@@ -297,11 +368,13 @@ const Node* ModelSerializer::FindCycle(const std::vector<Node*>& nodes) {
 }
 
 graphStatus ModelSerializer::LoadAttrs(google::protobuf::Map<std::string, AttrDef>& attrs,
-                                       const std::string& owner, AttrHolder& holder) {
+                                       const std::string& owner, AttrHolder& holder,
+                                       TensorSource* source) {
   LoadError error;
   AttrNameCache names;
   const auto what = [&owner] { return owner; };
-  if (LoadAttrMap(attrs, what, nullptr, holder, error, names) == GRAPH_SUCCESS) {
+  if (LoadAttrMap(attrs, what, TensorBytesIn{source, nullptr}, nullptr, holder, error, names) ==
+      GRAPH_SUCCESS) {
     return GRAPH_SUCCESS;
   }
   AI_Log_Print(AI_LOG_ERROR, kModule, "model rejected: %s", error.problem.c_str());
@@ -321,14 +394,14 @@ class ModelSerializer::GraphBuilder {
 
   // Takes the graph's name and attributes from `header` (its ops are added one by one). Logs
   // and returns GRAPH_MODEL_INVALID when an attribute is malformed.
-  graphStatus Begin(GraphDef& header) {
+  graphStatus Begin(GraphDef& header, TensorSource* source = nullptr) {
     graph_->SetName(header.name());
-    return LoadAttrs(*header.mutable_attr(), "graph " + Quote(header.name()), *graph_);
+    return LoadAttrs(*header.mutable_attr(), "graph " + Quote(header.name()), *graph_, source);
   }
 
-  // Adds the op's node; the message's strings are moved out. Logs and returns
-  // GRAPH_MODEL_INVALID when the op is malformed.
-  graphStatus AddOp(OpDef& op) {
+  // Adds the op's node; the message's strings are moved out, and its tensors take their bytes
+  // from `bytes`. Logs and returns GRAPH_MODEL_INVALID when the op is malformed.
+  graphStatus AddOp(OpDef& op, const TensorBytesIn& bytes = {}) {
     if (CheckLimits(op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     OpDescPtr desc;
     const size_t nameHash = NameIndex::Hash(op.name());
@@ -339,7 +412,7 @@ class ModelSerializer::GraphBuilder {
       error_.Fail("node " + std::to_string(nodes_.size()) + " of the graph has no name");
     } else {
       LoadError built;
-      BuildOpDesc(op, graph_->Arena(), desc, built, attrNames_);
+      BuildOpDesc(op, bytes, graph_->Arena(), desc, built, attrNames_);
       if (graph_->FindNodeRaw(op.name(), nameHash) != nullptr) {
         error_.Fail("another node has the same name");
       } else if (built.failed) {
@@ -486,46 +559,138 @@ graphStatus ModelSerializer::LoadGraph(GraphDef& graphDef, std::shared_ptr<Compu
 
 namespace {
 
-using google::protobuf::internal::WireFormatLite;
-using google::protobuf::io::CodedInputStream;
-using google::protobuf::io::CodedOutputStream;
-using google::protobuf::io::StringOutputStream;
+using wire::AppendVarint;
+using wire::Span;
+using wire::WireFormatLite;
 
 // ModelDef.graph and GraphDef.op: the repeated fields that hold almost all of a model's bytes.
-constexpr int kBulkField = 2;
-
-struct Span {
-  const uint8_t* data;
-  int size;
-};
+constexpr int kBulkField = tesu::proto::ModelDef::kGraphFieldNumber;
+static_assert(GraphDef::kOpFieldNumber == kBulkField, "graphs and ops are split alike");
 
 // Splits a serialised message: the length-delimited occurrences of field `field`, up to `most`
 // of them, are collected as spans; every other field is copied to `rest` exactly as it stands,
 // for protobuf to parse. False when the bytes are not a well-formed message, and as soon as
 // more than `refuseAbove` spans are collected, before the rest of the bytes is looked at.
-bool SplitFields(const uint8_t* data, int size, size_t most, std::vector<Span>& spans,
-                 std::string& rest, size_t refuseAbove = SIZE_MAX) {
-  CodedInputStream input(data, size);
-  StringOutputStream restStream(&rest);
-  CodedOutputStream restOut(&restStream);
-  while (input.CurrentPosition() < size) {
-    const uint32_t tag = input.ReadTag();
-    if (tag == 0) return false;  // a truncated tag, or field number 0
-    if (WireFormatLite::GetTagFieldNumber(tag) == kBulkField &&
-        WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_LENGTH_DELIMITED &&
+bool SplitFields(Span message, size_t most, std::vector<Span>& spans, std::string& rest,
+                 size_t refuseAbove = SIZE_MAX) {
+  wire::Reader input(message);
+  while (!input.AtEnd()) {
+    const uint64_t start = input.Position();
+    uint32_t tag = 0;
+    if (!input.ReadTag(tag)) return false;
+    if (WireFormatLite::GetTagFieldNumber(tag) == kBulkField && wire::IsLengthDelimited(tag) &&
         spans.size() < most) {
-      uint32_t length = 0;
-      if (!input.ReadVarint32(&length) || length > static_cast<uint32_t>(size)) return false;
-      const int start = input.CurrentPosition();
-      if (!input.Skip(static_cast<int>(length))) return false;
-      spans.push_back({data + start, static_cast<int>(length)});
+      Span span;
+      if (!input.ReadLengthDelimited(span)) return false;
+      spans.push_back(span);
       if (spans.size() > refuseAbove) return false;
-    } else if (!WireFormatLite::SkipField(&input, tag, &restOut)) {
-      return false;
+    } else {
+      if (!input.SkipField(tag)) return false;
+      rest.append(reinterpret_cast<const char*>(message.data + start),
+                  static_cast<size_t>(input.Position() - start));
     }
   }
   return true;
 }
+
+// Copies an op's wire bytes without its tensors' `data` fields, which are located instead:
+// OpDef.attr (a map entry) -> entry value (AttrDef) -> AttrDef.t (TensorDef) -> TensorDef.data.
+// The copy is what protobuf parses, so an op is bounded by protobuf's limits whatever the size of
+// its tensors, and tensor bytes are never copied into a message.
+class TensorDataLocator {
+ public:
+  // `parsed` is the op's bytes as protobuf is to parse them: the bytes themselves when they hold
+  // no tensor data, which is found in a first pass that writes nothing. False when the op's
+  // bytes are not a well-formed message.
+  bool Strip(Span op, Span& parsed, std::vector<LocatedData>& located) {
+    located_ = &located;
+    located.clear();
+    write_ = false;
+    sawData_ = false;
+    if (!Copy(op, 0)) return false;
+    parsed = op;
+    if (!sawData_) return true;
+    located.clear();
+    write_ = true;
+    if (!Copy(op, 0)) return false;
+    parsed = {reinterpret_cast<const uint8_t*>(levels_[0].data()), levels_[0].size()};
+    return true;
+  }
+
+ private:
+  static constexpr int kDepth = 4;
+  // The field followed at each depth; at the last depth it is the one left out.
+  static constexpr int kPath[kDepth] = {OpDef::kAttrFieldNumber, 2 /* a map entry's value */,
+                                        AttrDef::kTFieldNumber, TensorDef::kDataFieldNumber};
+
+  // An AttrDef field of its oneof other than the tensor, with the wire type protobuf reads it
+  // by: it replaces a tensor read before it.
+  static bool ReplacesTensor(uint32_t tag) {
+    switch (WireFormatLite::GetTagFieldNumber(tag)) {
+      case AttrDef::kSFieldNumber:
+      case AttrDef::kListFieldNumber:
+        return wire::IsLengthDelimited(tag);
+      case AttrDef::kIFieldNumber:
+      case AttrDef::kBFieldNumber:
+        return WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_VARINT;
+      case AttrDef::kFFieldNumber:
+        return WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_FIXED32;
+      default:
+        return false;
+    }
+  }
+
+  bool Copy(Span message, int depth) {
+    std::string& out = levels_[depth];
+    out.clear();
+    wire::Reader input(message);
+    while (!input.AtEnd()) {
+      const uint64_t start = input.Position();
+      uint32_t tag = 0;
+      if (!input.ReadTag(tag)) return false;
+      const uint64_t afterTag = input.Position();
+      const int number = WireFormatLite::GetTagFieldNumber(tag);
+      if (number == kPath[depth] && wire::IsLengthDelimited(tag)) {
+        Span inner;
+        if (!input.ReadLengthDelimited(inner)) return false;
+        if (depth + 1 == kDepth) {
+          located_->back().data = inner;
+          located_->back().present = true;
+          sawData_ = true;
+          continue;
+        }
+        if (depth == 0) located_->emplace_back();
+        if (!Copy(inner, depth + 1)) return false;
+        if (!write_) continue;
+        out.append(reinterpret_cast<const char*>(message.data + start),
+                   static_cast<size_t>(afterTag - start));
+        AppendVarint(levels_[depth + 1].size(), out);
+        out += levels_[depth + 1];
+        continue;
+      }
+      if (!input.SkipField(tag)) return false;
+      if (depth == 1 && number == 1 && wire::IsLengthDelimited(tag)) {
+        // The entry's key: the bytes after the tag and length.
+        wire::Reader key(message.data + afterTag, input.Position() - afterTag);
+        Span keyBytes;
+        key.ReadLengthDelimited(keyBytes);
+        located_->back().key = {reinterpret_cast<const char*>(keyBytes.data),
+                                static_cast<size_t>(keyBytes.size)};
+      } else if (depth == 2 && ReplacesTensor(tag)) {
+        located_->back().present = false;
+      }
+      if (write_)
+        out.append(reinterpret_cast<const char*>(message.data + start),
+                   static_cast<size_t>(input.Position() - start));
+    }
+    return true;
+  }
+
+  std::string levels_[kDepth];
+  std::vector<LocatedData>* located_ = nullptr;
+  bool write_ = false;
+  bool sawData_ = false;
+};
 
 google::protobuf::ArenaOptions MessageArenaOptions() {
   google::protobuf::ArenaOptions options;
@@ -553,11 +718,11 @@ size_t CountOps(const std::string& fields) {
   std::vector<Span> graphs;
   std::vector<Span> ops;
   std::string rest;
-  SplitFields(reinterpret_cast<const uint8_t*>(fields.data()), static_cast<int>(fields.size()),
-              SIZE_MAX, graphs, rest);
+  SplitFields({reinterpret_cast<const uint8_t*>(fields.data()), fields.size()}, SIZE_MAX, graphs,
+              rest);
   for (const Span& graph : graphs) {
     if (ops.size() > kMaxGraphNodes) break;
-    SplitFields(graph.data, graph.size, SIZE_MAX, ops, rest, kMaxGraphNodes);
+    SplitFields(graph, SIZE_MAX, ops, rest, kMaxGraphNodes);
   }
   return ops.size();
 }
@@ -572,10 +737,13 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
   }
   // The first graph is read one op at a time, each op parsed by protobuf on a small arena that
   // is reused, so the whole message never sits in memory beside the graph built from it.
-  // Everything else (names, attributes, further graphs) is parsed as one small message.
+  // Everything else (names, attributes, further graphs) is parsed as one small message. Tensor
+  // bytes of the ops are located on the wire and referred to where they lie when the bytes are
+  // a mapped file, copied once otherwise.
   std::vector<Span> graphs;
   std::string modelRest;
-  if (!SplitFields(data, static_cast<int>(size), 1, graphs, modelRest)) return NotAModel(size);
+  if (!SplitFields({data, size}, 1, graphs, modelRest)) return NotAModel(size);
+  TensorSource source(MappedFile::Containing(data, size));
   google::protobuf::Arena arena(MessageArenaOptions());
   auto* modelDef = google::protobuf::Arena::CreateMessage<tesu::proto::ModelDef>(&arena);
   // Graphs after the first are only parsed to check them; their ops count towards the limit too,
@@ -586,20 +754,20 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
 
   std::vector<Span> ops;
   std::string graphRest;
-  if (!graphs.empty() && !SplitFields(graphs[0].data, graphs[0].size, SIZE_MAX, ops, graphRest,
-                                      kMaxGraphNodes - furtherOps)) {
+  if (!graphs.empty() &&
+      !SplitFields(graphs[0], SIZE_MAX, ops, graphRest, kMaxGraphNodes - furtherOps)) {
     return ops.size() + furtherOps > kMaxGraphNodes ? TooManyNodes() : NotAModel(size);
   }
   auto* graphDef = google::protobuf::Arena::CreateMessage<GraphDef>(&arena);
   if (!graphDef->ParseFromString(graphRest)) return NotAModel(size);
 
   Model loaded(modelDef->name(), Graph());
-  if (LoadAttrs(*modelDef->mutable_attr(), "model", loaded) != GRAPH_SUCCESS) {
+  if (LoadAttrs(*modelDef->mutable_attr(), "model", loaded, &source) != GRAPH_SUCCESS) {
     return GRAPH_MODEL_INVALID;
   }
   if (!graphs.empty()) {
     GraphBuilder builder(ops.size());
-    if (builder.Begin(*graphDef) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
+    if (builder.Begin(*graphDef, &source) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     // Resetting the arena keeps its first block, so ops of ordinary size reuse the same memory.
     constexpr size_t kFirstBlockBytes = 256 * 1024;
     std::unique_ptr<char[]> firstBlock(new char[kFirstBlockBytes]);
@@ -612,15 +780,22 @@ graphStatus ModelSerializer::LoadModel(const uint8_t* data, size_t size, Model& 
     // needed beyond them, is reset once the ops parsed since the last reset fill its first block.
     OpDef* op = nullptr;
     size_t bytesSinceReset = 0;
+    TensorDataLocator locator;
+    std::vector<LocatedData> located;
+    const TensorBytesIn bytes{&source, &located};
     for (const Span& span : ops) {
-      bytesSinceReset += static_cast<size_t>(span.size);
+      Span parsed;
+      if (!locator.Strip(span, parsed, located) || parsed.size > kMaxMessageBytes) {
+        return NotAModel(size);
+      }
+      bytesSinceReset += static_cast<size_t>(parsed.size);
       if (op == nullptr || bytesSinceReset > kFirstBlockBytes / 2) {
         opArena.Reset();
         op = google::protobuf::Arena::CreateMessage<OpDef>(&opArena);
-        bytesSinceReset = static_cast<size_t>(span.size);
+        bytesSinceReset = static_cast<size_t>(parsed.size);
       }
-      if (!op->ParseFromArray(span.data, span.size)) return NotAModel(size);
-      if (builder.AddOp(*op) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
+      if (!op->ParseFromArray(parsed.data, static_cast<int>(parsed.size))) return NotAModel(size);
+      if (builder.AddOp(*op, bytes) != GRAPH_SUCCESS) return GRAPH_MODEL_INVALID;
     }
     std::shared_ptr<ComputeGraph> graph;
     const graphStatus status = builder.Finish(graph);

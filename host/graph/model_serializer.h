@@ -13,6 +13,8 @@
 
 namespace tov {
 
+class TensorSource;
+
 // How tensor bytes reach a message built from a graph: copied, or left out.
 class TensorBytes {
  public:
@@ -48,7 +50,8 @@ class ModelSerializer {
 
   // Attribute maps of models and graphs; `owner` names the holder in error messages.
   static graphStatus LoadAttrs(google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,
-                               const std::string& owner, AttrHolder& holder);
+                               const std::string& owner, AttrHolder& holder,
+                               TensorSource* source = nullptr);
   static void SaveAttrs(const AttrHolder& holder,
                         google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,
                         TensorBytes& tensorBytes);

@@ -11,9 +11,9 @@ namespace tesu {
 namespace cli {
 namespace report {
 
-void ConversionReport::ReadSource(const std::string& bytes, size_t expectedNodes) {
+void ConversionReport::ReadSource(std::string_view bytes, size_t expectedNodes) {
   if (!Wanted()) return;
-  source_ = std::async(std::launch::async, [&bytes, expectedNodes] {
+  source_ = std::async(std::launch::async, [bytes, expectedNodes] {
     ProfileScope step("report: source graph");
     return PrepareSource(SourceViewOf(bytes, expectedNodes));
   });
@@ -44,7 +44,7 @@ RunFacts FactsOf(const convert::Result& result) {
   return facts;
 }
 
-void ConversionReport::ModelRead(const std::string& bytes, const convert::OpCounts& before) {
+void ConversionReport::ModelRead(std::string_view bytes, const convert::OpCounts& before) {
   size_t nodes = 0;
   for (const auto& entry : before) nodes += entry.second;
   ReadSource(bytes, nodes);

@@ -7,6 +7,7 @@
 
 #include <future>
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -43,11 +44,11 @@ class ConversionReport : public convert::Observer {
   // prepares what the page takes from it alone. The bytes must
   // stay as they are until SourceRead returns. `expectedNodes` is how many nodes the graph has,
   // as far as is known.
-  void ReadSource(const std::string& bytes, size_t expectedNodes);
+  void ReadSource(std::string_view bytes, size_t expectedNodes);
   // Waits until the source graph has been read and prepared.
   void SourceRead();
   // As an observer of the conversion: ReadSource and SourceRead.
-  void ModelRead(const std::string& bytes, const convert::OpCounts& before) override;
+  void ModelRead(std::string_view bytes, const convert::OpCounts& before) override;
   void Parsed() override { SourceRead(); }
   // Reads the converted graph (null when the conversion failed), compares it with the source
   // graph and draws both on a worker thread. The graph is only read, and must not change until

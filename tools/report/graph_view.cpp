@@ -8,9 +8,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "graph/model_wire.h"
 #include "graph/proto/model.pb.h"
 #include "graph/types.h"
-#include "wire_reader.h"
 
 namespace tesu {
 namespace cli {
@@ -238,12 +238,12 @@ bool IsControlInput(std::string_view input) {
 
 namespace {
 
-using wire::CodedInputStream;
-using wire::ForEachField;
-using wire::ForEachTag;
-using wire::InMessage;
-using wire::IsLengthDelimited;
-using wire::WireFormatLite;
+using tov::wire::CodedInputStream;
+using tov::wire::ForEachField;
+using tov::wire::ForEachTag;
+using tov::wire::InMessage;
+using tov::wire::IsLengthDelimited;
+using tov::wire::WireFormatLite;
 
 // Field numbers of the model format, as the generated messages name them.
 using tesu::proto::AttrDef;
@@ -466,24 +466,25 @@ bool ReadOp(CodedInputStream& in, Scratch& scratch, GraphView& view) {
 
 }  // namespace
 
-GraphView SourceViewOf(const std::string& serialisedModel, size_t expectedNodes) {
+GraphView SourceViewOf(std::string_view serialisedModel, size_t expectedNodes) {
   GraphView view;
   view.nodes.reserve(expectedNodes);
-  if (serialisedModel.size() > static_cast<size_t>(INT_MAX)) return view;
-  CodedInputStream in(reinterpret_cast<const uint8_t*>(serialisedModel.data()),
-                      static_cast<int>(serialisedModel.size()));
   Scratch scratch;
   bool sawGraph = false;
-  const bool ok = ForEachField(in, [&](int number) {
-    if (number != kModelGraph || sawGraph) return false;
-    sawGraph = true;  // the first graph is the model's graph
-    return InMessage(in, [&] {
-      return ForEachField(in, [&](int graphField) {
-        if (graphField != kGraphOp) return false;
-        return InMessage(in, [&] { return ReadOp(in, scratch, view); });
+  // The model and its graph may be of any size; each op is read with protobuf's reader.
+  const auto readOp = [&](int number, tov::wire::Span op) {
+    if (number != kGraphOp) return true;
+    if (op.size > static_cast<uint64_t>(INT_MAX)) return false;
+    CodedInputStream in(op.data, static_cast<int>(op.size));
+    return ReadOp(in, scratch, view);
+  };
+  const bool ok = tov::wire::ForEachLengthDelimited(
+      {reinterpret_cast<const uint8_t*>(serialisedModel.data()), serialisedModel.size()},
+      [&](int number, tov::wire::Span graph) {
+        if (number != kModelGraph || sawGraph) return true;
+        sawGraph = true;  // the first graph is the model's graph
+        return tov::wire::ForEachLengthDelimited(graph, readOp);
       });
-    });
-  });
   // Bytes that are not a model show no graph; the parser says what is wrong with them.
   if (!ok) view.nodes.clear();
   return view;

@@ -159,7 +159,7 @@ bool IsControlInput(std::string_view input);
 // or hold no graph. `expectedNodes`, when known, saves growing the node list as it is read. Read
 // field by field from the bytes: the message is never built, so tensor data is neither parsed nor
 // copied.
-GraphView SourceViewOf(const std::string& serialisedModel, size_t expectedNodes = 0);
+GraphView SourceViewOf(std::string_view serialisedModel, size_t expectedNodes = 0);
 // A compute graph as a view, indexed, inputs written the way the model file writes them.
 GraphView ViewOf(const tov::ComputeGraph& graph);
 
