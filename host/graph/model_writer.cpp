@@ -118,8 +118,8 @@ class TensorPlacer {
   explicit TensorPlacer(const TensorPlan& plan) : plan_(plan) {}
 
   struct Place {
-    std::string_view inlineBytes;             // written as the tensor's data
-    const std::string* location = nullptr;    // set: the tensor lies in this weights file
+    std::string_view inlineBytes;           // written as the tensor's data
+    const std::string* location = nullptr;  // set: the tensor lies in this weights file
     uint64_t offset = 0;
     uint64_t length = 0;
     bool toWeights = false;  // this save writes the bytes into its weights file

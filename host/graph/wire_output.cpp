@@ -65,14 +65,18 @@ bool FdWireOutput::Flush() {
   return WriteAll(buffer_.get(), size);
 }
 
-bool FdWireOutput::NextWindow() { return Flush(); }
+bool FdWireOutput::NextWindow() {
+  return Flush();
+}
 
 void FdWireOutput::PutLarge(const uint8_t* data, size_t size) {
   if (size < kDirectBytes || Failed()) return WireOutput::PutLarge(data, size);
   if (!Flush() || !WriteAll(data, size)) Fail();
 }
 
-bool FdWireOutput::Finish() { return Flush(); }
+bool FdWireOutput::Finish() {
+  return Flush();
+}
 
 StreamWireOutput::StreamWireOutput(google::protobuf::io::ZeroCopyOutputStream& stream)
     : stream_(stream) {}
@@ -99,7 +103,9 @@ StringWireOutput::StringWireOutput(std::string& bytes, size_t size) : bytes_(byt
   SetWindow(reinterpret_cast<uint8_t*>(&bytes_[0]), size);
 }
 
-bool StringWireOutput::NextWindow() { return false; }
+bool StringWireOutput::NextWindow() {
+  return false;
+}
 
 bool StringWireOutput::Finish() {
   if (Failed()) return false;
