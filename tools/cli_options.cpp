@@ -211,6 +211,7 @@ constexpr const char* kExamples = R"(Examples:
   tesu-convert --model net.pb --output out.pb --check_report reports/ --save_check_report
   tesu-convert --model net.pb --output out.pb --dot out.dot --dot-source in.dot --profile
   tesu-convert --model net.pb --output out.pb --report net.report.html
+  tesu-convert --model net.pb --output out.pb --weights out.weights
   tesu-convert --to-json --model net.pb --json net.json
   tesu-convert --list-frameworks --plugin-dir build/bin/plugins
 Plug-ins are loaded from --plugin-dir, else $TESU_PLUGIN_DIR, else <executable dir>/plugins,
@@ -224,6 +225,11 @@ void AddFlags(CLI::App& app, CliOptions& options, std::vector<ValueFlag>& valueF
       ->type_name("FILE");
   app.add_option("--output", options.outputFile,
                  "Write the converted model (binary ModelDef). Example: --output net.host.pb")
+      ->type_name("FILE");
+  app.add_option("--weights", options.weightsFile,
+                 "With --output, write every tensor of 1 KiB or more to this weights file "
+                 "(in the output's folder or below it), each at an offset aligned to 64 bytes; "
+                 "the model names it. Example: --output net.pb --weights net.weights")
       ->type_name("FILE");
   app.add_option("--json", options.jsonFile,
                  "Write the converted model as JSON, tensor data left out; with --to-json, the "
@@ -284,6 +290,9 @@ std::string CheckCombination(const CliOptions& options) {
     return "--output, --dot and --dot-source cannot be combined with --to-json";
   }
   if (options.toJson && !options.reportFile.empty()) return "--report needs a conversion";
+  if (!options.weightsFile.empty() && options.outputFile.empty()) {
+    return "--weights needs --output FILE";
+  }
   return std::string();
 }
 

@@ -25,6 +25,7 @@ constexpr int32_t kDefaultFramework = -1;
 struct CliOptions {
   std::string modelFile;
   std::string outputFile;     // converted model, binary
+  std::string weightsFile;    // with outputFile: the converted model's tensors of 1 KiB or more
   std::string jsonFile;       // converted model as JSON, or the --to-json target
   std::string dotFile;        // converted graph as Graphviz DOT
   std::string dotSourceFile;  // source graph as Graphviz DOT

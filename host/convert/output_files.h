@@ -4,10 +4,18 @@
 
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <google/protobuf/io/zero_copy_stream.h>
 
 #include "framework/model_parser.h"
 #include "graph/model.h"
+
+namespace google {
+namespace protobuf {
+namespace io {
+class ZeroCopyOutputStream;
+}
+}  // namespace protobuf
+}  // namespace google
 
 namespace tesu {
 namespace cli {
@@ -19,11 +27,19 @@ struct ConversionResult {
   const std::string& sourceDot;
 };
 
-// The converted model as a binary ModelDef.
-Status WriteModelFile(const ConversionResult& result, const std::string& path);
-// A model as JSON, tensor data left out; the same form as the parser's JSON dump.
-Status ModelToJson(const tov::Model& model, nlohmann::json& json);
-// The converted model as JSON (ModelToJson).
+// A model as a binary ModelDef of any size, tensor bytes written from where they lie. With a
+// weights path, every tensor of at least tov::kMinExternalTensorBytes goes to that file, which
+// must lie in the model's folder or below it (the model names it relative to its own folder).
+// Each file ends up whole or as it was. The weights file is renamed into place first, so a model
+// file never names weights that were not written; should the model's own rename then fail, the
+// new weights file stays beside the old model.
+Status WriteModelFile(const tov::Model& model, const std::string& path,
+                      const std::string& weightsPath = std::string());
+// A model as indented JSON, written op by op: the text of the parser's JSON dump of the saved
+// model (tensor data left out, a tensor read from a weights file showing its location there),
+// without the whole document ever being held.
+Status WriteModelJson(const tov::Model& model, google::protobuf::io::ZeroCopyOutputStream& stream);
+// The converted model as JSON (WriteModelJson).
 Status WriteModelJson(const ConversionResult& result, const std::string& path);
 // The converted graph, or the source graph, as Graphviz DOT.
 Status WriteGraphDot(const ConversionResult& result, const std::string& path);

@@ -1,12 +1,30 @@
 #include "summary.h"
 
 #include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <iomanip>
 #include <set>
 
 namespace tesu {
 namespace cli {
 namespace {
+
+// The largest message protobuf reads, and so the largest model file that protobuf-based tools
+// read: 2 GiB less one byte.
+constexpr uintmax_t kProtobufMessageLimit = INT_MAX;
+
+// A written model file past that limit gets a line saying so and how to avoid it.
+void NoteLargeModel(const WrittenFile& file, std::ostream& out) {
+  if (file.what != "model") return;
+  std::error_code ec;
+  const uintmax_t size = std::filesystem::file_size(file.path, ec);
+  if (ec || size <= kProtobufMessageLimit) return;
+  out << "note: " << file.path << " is " << std::fixed << std::setprecision(2)
+      << static_cast<double>(size) / (1 << 30)
+      << " GiB; protobuf-based tools cannot read a model file above 2 GiB. --weights FILE "
+         "writes its tensors to a side file and keeps the model file small.\n";
+}
 
 size_t CountOf(const OpCounts& counts, const std::string& type) {
   const auto found = counts.find(type);
@@ -71,6 +89,7 @@ void PrintSummary(const Summary& summary, std::ostream& out) {
   for (const WrittenFile& file : summary.written) {
     out << "wrote " << file.what << ": " << file.path << "\n";
   }
+  for (const WrittenFile& file : summary.written) NoteLargeModel(file, out);
 }
 
 }  // namespace cli

@@ -1,9 +1,13 @@
 #include "graph/model.h"
 
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <climits>
+#include <string_view>
+
+#include <google/protobuf/message_lite.h>
 
 #include "graph/mapped_file.h"
 #include "graph/model_serializer.h"
+#include "graph/wire_output.h"
 #include "log/log.h"
 
 namespace tov {
@@ -41,33 +45,70 @@ graphStatus Model::Load(tesu::proto::ModelDef&& modelDef) {
 
 namespace {
 
-graphStatus BuildMessage(const Model& model, const Graph& graph, tesu::proto::ModelDef& modelDef,
-                         TensorBytes& tensorBytes) {
-  modelDef.Clear();
-  modelDef.set_name(model.GetName());
-  ModelSerializer::SaveAttrs(model, *modelDef.mutable_attr(), tensorBytes);
-  std::shared_ptr<ComputeGraph> computeGraph = GraphUtils::GetComputeGraph(graph);
-  if (computeGraph == nullptr) return GRAPH_SUCCESS;
-  return ModelSerializer::SaveGraph(*computeGraph, *modelDef.add_graph(), tensorBytes);
+// Measures the model, then writes it to the output `open` gives for that many bytes.
+template <typename Open>
+graphStatus SaveTo(const Model& model, const TensorPlan& plan, Open open) {
+  WireLayout layout;
+  const graphStatus status = ModelSerializer::MeasureModel(model, plan, layout);
+  if (status != GRAPH_SUCCESS) return status;
+  auto out = open(layout.bytes);
+  return ModelSerializer::WriteModel(model, plan, layout, out);
+}
+
+// A message of one part's bytes; false when the bytes are more than a message may hold.
+bool ParsePart(google::protobuf::MessageLite& message, std::string_view bytes) {
+  return bytes.size() <= static_cast<size_t>(INT_MAX) &&
+         message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
 }
 
 }  // namespace
 
-graphStatus Model::Save(tesu::proto::ModelDef& modelDef, bool withTensorData) const {
-  TensorBytes tensorBytes(withTensorData ? TensorBytes::Mode::kCopy : TensorBytes::Mode::kOmit);
-  return BuildMessage(*this, graph_, modelDef, tensorBytes);
+graphStatus Model::Save(std::string& bytes) const {
+  return SaveTo(*this, TensorPlan(),
+                [&bytes](uint64_t size) { return StringWireOutput(bytes, size); });
 }
 
 graphStatus Model::Save(google::protobuf::io::ZeroCopyOutputStream& stream) const {
-  return ModelSerializer::WriteModel(*this, stream);
+  return SaveTo(*this, TensorPlan(), [&stream](uint64_t) { return StreamWireOutput(stream); });
 }
 
-graphStatus Model::Save(std::string& bytes) const {
-  bytes.clear();
-  google::protobuf::io::StringOutputStream stream(&bytes);
-  // The stream fills whatever room the string has: with room for exactly the model, the bytes
-  // are written once, without the copies of a string that doubles as it grows.
-  return ModelSerializer::WriteModel(*this, stream, [&bytes](size_t size) { bytes.reserve(size); });
+graphStatus Model::Save(int fd) const {
+  return SaveTo(*this, TensorPlan(), [fd](uint64_t) { return FdWireOutput(fd); });
+}
+
+graphStatus Model::Save(int fd, const WeightsFile& weights) const {
+  FdWireOutput weightsOut(weights.fd);
+  TensorPlan plan;
+  plan.weights = &weightsOut;
+  plan.location = weights.location;
+  const graphStatus status = SaveTo(*this, plan, [fd](uint64_t) { return FdWireOutput(fd); });
+  const bool weightsWritten = weightsOut.Finish();
+  return status == GRAPH_SUCCESS && weightsWritten ? GRAPH_SUCCESS : GRAPH_FAILED;
+}
+
+graphStatus Model::Save(tesu::proto::ModelDef& modelDef, bool withTensorData) const {
+  modelDef.Clear();
+  tesu::proto::GraphDef* graphDef = nullptr;
+  bool parsed = true;
+  const graphStatus status = SaveParts(
+      [&](ModelPart part, std::string_view bytes) {
+        google::protobuf::MessageLite* message = &modelDef;
+        if (part == ModelPart::kGraph) message = graphDef = modelDef.add_graph();
+        if (part == ModelPart::kOp) message = graphDef->add_op();
+        parsed = ParsePart(*message, bytes);
+        return parsed;
+      },
+      withTensorData);
+  if (!parsed) {
+    AI_Log_Print(AI_LOG_ERROR, "GRAPH",
+                 "cannot save model \"%s\" as a message: it holds more than a message may",
+                 name_.c_str());
+  }
+  return status;
+}
+
+graphStatus Model::SaveParts(const ModelPartWriter& part, bool withTensorData) const {
+  return ModelSerializer::WriteParts(*this, withTensorData, part);
 }
 
 }  // namespace tov

@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "graph/attr_holder.h"
 #include "graph/graph.h"
@@ -22,6 +24,22 @@ class ZeroCopyOutputStream;
 }  // namespace google
 
 namespace tov {
+
+// A file that takes the tensor bytes of a saved model. Each tensor of at least
+// kMinExternalTensorBytes is written to `fd` at the next offset that is a multiple of
+// kExternalTensorAlignment (zero bytes in between), and the model records, instead of its bytes,
+// `location` (the weights file's path relative to the model file's folder), the offset and the
+// length.
+struct WeightsFile {
+  int fd = -1;
+  std::string location;
+};
+constexpr size_t kMinExternalTensorBytes = 1024;
+constexpr size_t kExternalTensorAlignment = 64;
+
+// The messages Model::SaveParts hands out.
+enum class ModelPart { kModel, kGraph, kOp };
+using ModelPartWriter = std::function<bool(ModelPart part, std::string_view bytes)>;
 
 // What a serialised model loads into: a name, attributes and one graph.
 class Model : public AttrHolder {
@@ -43,12 +61,25 @@ class Model : public AttrHolder {
   graphStatus Load(tesu::proto::ModelDef&& modelDef);
 
   // Serialises the model. Fails when the graph holds two nodes of one name, since inputs refer
-  // to producers by name. While it runs, tensor bytes are lent to the message being written, so
-  // no other thread may read the graph's tensors during a save.
+  // to producers by name. Tensor bytes go from wherever they lie (owned, or in a mapped file) to
+  // the output; every tensor is written inline, whatever file it was read from.
   graphStatus Save(std::string& bytes) const;
   graphStatus Save(google::protobuf::io::ZeroCopyOutputStream& stream) const;
-  // The model as a message; without tensor data, Const tensors keep only their descriptions.
+  // To a file descriptor, any size: payloads of tensor bytes are written from where they lie,
+  // without passing through a buffer.
+  graphStatus Save(int fd) const;
+  // The same with the tensors of at least kMinExternalTensorBytes in a weights file (see
+  // WeightsFile); smaller tensors stay inline.
+  graphStatus Save(int fd, const WeightsFile& weights) const;
+  // The model as a message. Without tensor data, a tensor keeps its description, and a tensor
+  // read from a weights file its location there, but no bytes.
   graphStatus Save(tesu::proto::ModelDef& modelDef, bool withTensorData = true) const;
+  // The model one message at a time, for forms built op by op: first the model's own fields (a
+  // ModelDef without its graph), then, when there is a graph, the graph's own fields (a GraphDef
+  // without its ops) and each op (an OpDef) in node-list order, each as serialised bytes that are
+  // valid until `part` returns. Tensor data as for Save(ModelDef&). Stops with GRAPH_FAILED as
+  // soon as `part` returns false.
+  graphStatus SaveParts(const ModelPartWriter& part, bool withTensorData) const;
 
   const std::string& GetName() const { return name_; }
   void SetName(const std::string& name) { name_ = name; }

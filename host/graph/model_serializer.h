@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "graph/compute_graph.h"
 #include "graph/model.h"
@@ -14,16 +15,23 @@
 namespace tov {
 
 class TensorSource;
+class WireOutput;
 
-// How tensor bytes reach a message built from a graph: copied, or left out.
-class TensorBytes {
- public:
-  enum class Mode { kCopy, kOmit };
-  explicit TensorBytes(Mode mode) : mode_(mode) {}
-  void Fill(const Tensor& tensor, std::string& data) const;
+// Where a save puts tensor bytes: inline, nowhere (descriptions, and the side-file locations of
+// tensors read from one, only), or, for tensors of at least kMinExternalTensorBytes, a weights
+// file.
+struct TensorPlan {
+  bool withData = true;
+  WireOutput* weights = nullptr;  // with withData: takes the large tensors
+  std::string location;           // the weights file as the model names it
+};
 
- private:
-  Mode mode_;
+// The sizes of a model's length-delimited parts in the order they begin, as measured before
+// writing, and the size of the whole. A size that does not fit 32 bits is kept in `large`.
+struct WireLayout {
+  std::vector<uint32_t> sizes;
+  std::vector<uint64_t> large;
+  uint64_t bytes = 0;
 };
 
 class ModelSerializer {
@@ -32,18 +40,20 @@ class ModelSerializer {
   // malformed content logs one line naming the node and the problem and returns
   // GRAPH_MODEL_INVALID, leaving `model` as it was.
   static graphStatus LoadModel(const uint8_t* data, size_t size, Model& model);
-  // Writes the model in the ModelDef wire format straight from the graph. Fails, writing
-  // nothing, when two nodes share a name or the model needs more than 2 GiB. `measured`, when
-  // given, learns the size of the bytes before they are written (to reserve room for them).
-  static graphStatus WriteModel(const Model& model,
-                                google::protobuf::io::ZeroCopyOutputStream& stream,
-                                const std::function<void(size_t)>& measured = nullptr);
+  // Writes the model in the ModelDef wire format straight from the graph, without building the
+  // message, in two passes: MeasureModel learns the size of every length-delimited part (it
+  // fails, with a log line, when two nodes share a name), WriteModel writes the bytes. Both take
+  // the same plan.
+  static graphStatus MeasureModel(const Model& model, const TensorPlan& plan, WireLayout& layout);
+  static graphStatus WriteModel(const Model& model, const TensorPlan& plan,
+                                const WireLayout& layout, WireOutput& out);
+  // The model one message at a time (Model::SaveParts).
+  static graphStatus WriteParts(const Model& model, bool withTensorData,
+                                const ModelPartWriter& part);
   // Builds a compute graph from the message, moving tensor bytes out of it. On a malformed
   // graph logs one line naming the node and the problem and returns GRAPH_MODEL_INVALID.
   static graphStatus LoadGraph(tesu::proto::GraphDef& graphDef,
                                std::shared_ptr<ComputeGraph>& graph);
-  static graphStatus SaveGraph(const ComputeGraph& graph, tesu::proto::GraphDef& graphDef,
-                               TensorBytes& tensorBytes);
   // Inputs name their producers, so a graph is saved only while its node names are unique; logs
   // the first shared name otherwise.
   static graphStatus CheckNamesUnique(const ComputeGraph& graph);
@@ -52,9 +62,6 @@ class ModelSerializer {
   static graphStatus LoadAttrs(google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,
                                const std::string& owner, AttrHolder& holder,
                                TensorSource* source = nullptr);
-  static void SaveAttrs(const AttrHolder& holder,
-                        google::protobuf::Map<std::string, tesu::proto::AttrDef>& attrs,
-                        TensorBytes& tensorBytes);
 
  private:
   class GraphBuilder;

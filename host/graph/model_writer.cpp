@@ -1,20 +1,22 @@
 // Writes a model in the ModelDef wire format straight from the graph, without building the
 // message: one pass measures every length-delimited part, a second writes the bytes. Tensor
-// bytes go from the graph to the stream and are never copied. The output is byte for byte what
-// protobuf's deterministic serialisation of the equivalent message gives: fields in number
-// order, proto3 defaults left out, map entries sorted by key (attributes are kept sorted).
+// bytes go from the graph (or the file it maps) to the output and are never copied in between.
+// The output is byte for byte what protobuf's deterministic serialisation of the equivalent
+// message gives: fields in number order, proto3 defaults left out, map entries sorted by key
+// (attributes are kept sorted). Every other form of the model (its message, its JSON) is made
+// from this writer's bytes.
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
 
 #include <algorithm>
 #include <charconv>
 #include <climits>
-#include <cstring>
 #include <string_view>
 #include <vector>
 
 #include "graph/model.h"
 #include "graph/model_serializer.h"
+#include "graph/wire_output.h"
 #include "log/log.h"
 
 namespace tov {
@@ -22,10 +24,21 @@ namespace {
 
 using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedOutputStream;
+using tesu::proto::AttrDef;
+using tesu::proto::ExternalData;
+using tesu::proto::GraphDef;
+using tesu::proto::ListValue;
+using tesu::proto::ModelDef;
+using tesu::proto::OpDef;
+using tesu::proto::TensorDef;
+using tesu::proto::TensorDescriptor;
 
 constexpr auto kVarint = WireFormatLite::WIRETYPE_VARINT;
 constexpr auto kFixed32 = WireFormatLite::WIRETYPE_FIXED32;
 constexpr auto kLength = WireFormatLite::WIRETYPE_LENGTH_DELIMITED;
+// Protobuf writes a map entry as a message holding its key as field 1 and its value as field 2.
+constexpr int kMapKey = 1;
+constexpr int kMapValue = 2;
 
 uint32_t Tag(int field, WireFormatLite::WireType type) {
   return WireFormatLite::MakeTag(field, type);
@@ -35,20 +48,26 @@ uint32_t Tag(int field, WireFormatLite::WireType type) {
 // the writing pass to use.
 class SizeSink {
  public:
-  explicit SizeSink(std::vector<uint32_t>& sizes) : sizes_(sizes) {}
+  explicit SizeSink(WireLayout& layout) : layout_(layout) {}
   void Tag(uint32_t tag) { bytes_ += CodedOutputStream::VarintSize32(tag); }
   void Varint(uint64_t value) { bytes_ += CodedOutputStream::VarintSize64(value); }
-  void Fixed32(uint32_t) { bytes_ += 4; }
+  void Fixed32(uint32_t) { bytes_ += sizeof(uint32_t); }
   void Raw(const void*, size_t size) { bytes_ += size; }
+  void Weights(uint64_t, std::string_view) {}
   void Begin() {
-    open_.push_back({sizes_.size(), bytes_});
-    sizes_.push_back(0);
+    open_.push_back({layout_.sizes.size(), bytes_});
+    layout_.sizes.push_back(0);
   }
   void End() {
     const Open open = open_.back();
     open_.pop_back();
     const uint64_t size = bytes_ - open.start;
-    sizes_[open.index] = static_cast<uint32_t>(std::min<uint64_t>(size, UINT32_MAX));
+    if (size < UINT32_MAX) {
+      layout_.sizes[open.index] = static_cast<uint32_t>(size);
+    } else {
+      layout_.sizes[open.index] = UINT32_MAX;
+      layout_.large.push_back(size);
+    }
     bytes_ += CodedOutputStream::VarintSize64(size);
   }
   uint64_t Bytes() const { return bytes_; }
@@ -58,44 +77,130 @@ class SizeSink {
     size_t index;
     uint64_t start;
   };
-  std::vector<uint32_t>& sizes_;
+  WireLayout& layout_;
   std::vector<Open> open_;
   uint64_t bytes_ = 0;
 };
 
 class WriteSink {
  public:
-  WriteSink(CodedOutputStream& out, const std::vector<uint32_t>& sizes)
-      : out_(out), sizes_(sizes) {}
-  void Tag(uint32_t tag) { out_.WriteTag(tag); }
-  void Varint(uint64_t value) { out_.WriteVarint64(value); }
-  void Fixed32(uint32_t value) { out_.WriteLittleEndian32(value); }
-  void Raw(const void* data, size_t size) {
-    if (size > 0) out_.WriteRaw(data, static_cast<int>(size));  // an empty view may be null
+  WriteSink(WireOutput& out, const WireLayout& layout, WireOutput* weights)
+      : out_(out), layout_(layout), weights_(weights) {}
+  void Tag(uint32_t tag) { out_.Varint(tag); }
+  void Varint(uint64_t value) { out_.Varint(value); }
+  void Fixed32(uint32_t value) { out_.Fixed32(value); }
+  void Raw(const void* data, size_t size) { out_.Put(data, size); }
+  // Tensor bytes at their offset in the weights file, zeros before them.
+  void Weights(uint64_t offset, std::string_view bytes) {
+    weights_->Zeros(static_cast<size_t>(offset - weightsEnd_));
+    weights_->Put(bytes.data(), bytes.size());
+    weightsEnd_ = offset + bytes.size();
   }
-  void Begin() { out_.WriteVarint32(sizes_[next_++]); }
+  void Begin() {
+    const uint32_t size = layout_.sizes[next_++];
+    out_.Varint(size != UINT32_MAX ? size : layout_.large[nextLarge_++]);
+  }
   void End() {}
 
  private:
-  CodedOutputStream& out_;
-  const std::vector<uint32_t>& sizes_;
+  WireOutput& out_;
+  const WireLayout& layout_;
+  WireOutput* weights_;
+  uint64_t weightsEnd_ = 0;
   size_t next_ = 0;
+  size_t nextLarge_ = 0;
+};
+
+// Where each tensor's bytes go. Both passes of a save place the same tensors in the same order,
+// so they agree on every offset in the weights file.
+class TensorPlacer {
+ public:
+  explicit TensorPlacer(const TensorPlan& plan) : plan_(plan) {}
+
+  struct Place {
+    std::string_view inlineBytes;           // written as the tensor's data
+    const std::string* location = nullptr;  // set: the tensor lies in this weights file
+    uint64_t offset = 0;
+    uint64_t length = 0;
+    bool toWeights = false;  // this save writes the bytes into its weights file
+  };
+
+  Place Of(const Tensor& tensor) {
+    Place place;
+    const std::string_view bytes = tensor.GetData().View();
+    if (plan_.weights != nullptr && bytes.size() >= kMinExternalTensorBytes) {
+      place.offset = (weightsEnd_ + kExternalTensorAlignment - 1) / kExternalTensorAlignment *
+                     kExternalTensorAlignment;
+      place.length = bytes.size();
+      place.location = &plan_.location;
+      place.toWeights = true;
+      weightsEnd_ = place.offset + place.length;
+    } else if (plan_.withData) {
+      place.inlineBytes = bytes;
+    } else if (const ExternalLocation* external = tensor.GetExternal()) {
+      place.location = &external->location;
+      place.offset = external->offset;
+      place.length = external->length;
+    }
+    return place;
+  }
+
+ private:
+  const TensorPlan& plan_;
+  uint64_t weightsEnd_ = 0;
 };
 
 // The walk, shared by both passes.
 template <typename Sink>
 class ModelWalk {
  public:
-  explicit ModelWalk(Sink& sink) : sink_(sink) {}
+  ModelWalk(Sink& sink, const TensorPlan& plan) : sink_(sink), placer_(plan) {}
 
+  // The whole model, or (without its graph) its own fields only.
   void Model(const tov::Model& model, const ComputeGraph* graph) {
-    String(1, model.GetName());
+    String(ModelDef::kNameFieldNumber, model.GetName());
     if (graph != nullptr) {
-      Open(2);
-      Graph(*graph);
+      Open(ModelDef::kGraphFieldNumber);
+      Graph(*graph, true);
       sink_.End();
     }
-    Attrs(3, model);
+    Attrs(ModelDef::kAttrFieldNumber, model);
+  }
+
+  // The whole graph, or (without ops) its own fields only.
+  void Graph(const ComputeGraph& graph, bool withOps) {
+    String(GraphDef::kNameFieldNumber, graph.GetName());
+    if (withOps) {
+      graph.ForEachNode([this](Node& node) {
+        Open(GraphDef::kOpFieldNumber);
+        Op(node);
+        sink_.End();
+      });
+    }
+    Attrs(GraphDef::kAttrFieldNumber, graph);
+  }
+
+  void Op(const Node& node) {
+    const OpDesc& desc = node.RoleNodeSpec().OpDesc();  // no reference taken per node
+    String(OpDef::kNameFieldNumber, desc.GetName());
+    String(OpDef::kTypeFieldNumber, desc.GetType());
+    Inputs(node);
+    Attrs(OpDef::kAttrFieldNumber, desc);
+    for (size_t i = 0; i < desc.GetInputsSize(); ++i) {
+      Open(OpDef::kInputDescFieldNumber);
+      Desc(desc.GetInputDesc(static_cast<uint32_t>(i)));
+      sink_.End();
+    }
+    for (size_t i = 0; i < desc.GetOutputsSize(); ++i) {
+      Open(OpDef::kOutputDescFieldNumber);
+      Desc(desc.GetOutputDesc(static_cast<uint32_t>(i)));
+      sink_.End();
+    }
+    if (desc.GetIsInputConstSize() > 0) {
+      Open(OpDef::kIsInputConstFieldNumber);
+      for (size_t i = 0; i < desc.GetIsInputConstSize(); ++i) sink_.Varint(desc.IsInputConst(i));
+      sink_.End();
+    }
   }
 
  private:
@@ -103,19 +208,20 @@ class ModelWalk {
     sink_.Tag(Tag(field, kLength));
     sink_.Begin();
   }
-  void Bytes(int field, std::string_view text) {
+  void Bytes(int field, std::string_view bytes) {
     sink_.Tag(Tag(field, kLength));
-    sink_.Varint(text.size());
-    sink_.Raw(text.data(), text.size());
+    sink_.Varint(bytes.size());
+    sink_.Raw(bytes.data(), bytes.size());
   }
-  // A proto3 string: left out when empty.
+  // A proto3 string or bytes field: left out when empty.
   void String(int field, std::string_view text) {
     if (!text.empty()) Bytes(field, text);
   }
-  void Int(int field, int64_t value) {
+  // A proto3 integer: left out when 0.
+  void Int(int field, uint64_t value) {
     if (value == 0) return;
     sink_.Tag(Tag(field, kVarint));
-    sink_.Varint(static_cast<uint64_t>(value));
+    sink_.Varint(value);
   }
   template <typename List, typename Put>
   void Packed(int field, const List& values, Put put) {
@@ -123,39 +229,6 @@ class ModelWalk {
     Open(field);
     for (const auto& value : values) put(value);
     sink_.End();
-  }
-
-  void Graph(const ComputeGraph& graph) {
-    String(1, graph.GetName());
-    graph.ForEachNode([this](Node& node) {
-      Open(2);
-      Op(node);
-      sink_.End();
-    });
-    Attrs(3, graph);
-  }
-
-  void Op(const Node& node) {
-    const OpDesc& desc = node.RoleNodeSpec().OpDesc();  // no reference taken per node
-    String(1, desc.GetName());
-    String(2, desc.GetType());
-    Inputs(node);
-    Attrs(4, desc);
-    for (size_t i = 0; i < desc.GetInputsSize(); ++i) {
-      Open(5);
-      Desc(desc.GetInputDesc(static_cast<uint32_t>(i)));
-      sink_.End();
-    }
-    for (size_t i = 0; i < desc.GetOutputsSize(); ++i) {
-      Open(6);
-      Desc(desc.GetOutputDesc(static_cast<uint32_t>(i)));
-      sink_.End();
-    }
-    if (desc.GetIsInputConstSize() > 0) {
-      Open(7);
-      for (size_t i = 0; i < desc.GetIsInputConstSize(); ++i) sink_.Varint(desc.IsInputConst(i));
-      sink_.End();
-    }
   }
 
   // Inputs up to the last connected one, "producer:k" each (a gap is ""), then the control
@@ -169,7 +242,7 @@ class ModelWalk {
     for (size_t i = 0; i < connected; ++i) {
       const OutDataAnchor* peer = anchors[i]->GetPeerOutAnchorRaw();
       if (peer == nullptr) {
-        Bytes(3, {});
+        Bytes(OpDef::kInputFieldNumber, {});
       } else {
         Input(peer->GetOwnerNodeRaw()->GetName(), peer->GetIdx());
       }
@@ -180,27 +253,29 @@ class ModelWalk {
     char suffix[16] = {':'};
     const size_t length =
         static_cast<size_t>(std::to_chars(suffix + 1, suffix + sizeof(suffix), index).ptr - suffix);
-    sink_.Tag(Tag(3, kLength));
+    sink_.Tag(Tag(OpDef::kInputFieldNumber, kLength));
     sink_.Varint(producer.size() + length);
     sink_.Raw(producer.data(), producer.size());
     sink_.Raw(suffix, length);
   }
 
   void Desc(const TensorDesc& desc) {
-    Int(1, desc.GetDataType());
-    Int(2, desc.GetFormat());
-    Packed(3, desc.GetShape().GetDims(),
+    // Enumerations and dimensions are written as protobuf writes int32 and int64: negative
+    // values sign-extended to 64 bits.
+    Int(TensorDescriptor::kDtypeFieldNumber, static_cast<uint64_t>(desc.GetDataType()));
+    Int(TensorDescriptor::kFormatFieldNumber, static_cast<uint64_t>(desc.GetFormat()));
+    Packed(TensorDescriptor::kShapeFieldNumber, desc.GetShape().GetDims(),
            [this](int64_t dim) { sink_.Varint(static_cast<uint64_t>(dim)); });
     bool reuse = false;
     TensorUtils::GetReuseInput(desc, reuse);
-    Int(4, reuse);
+    Int(TensorDescriptor::kReuseInputFieldNumber, reuse);
   }
 
   void Attrs(int field, const AttrHolder& holder) {
     for (const auto& [name, value] : holder.GetAllAttrs()) {
       Open(field);
-      Bytes(1, name.str());  // a map entry always carries its key and its value
-      Open(2);
+      Bytes(kMapKey, name.str());  // a map entry always carries its key and its value
+      Open(kMapValue);
       Attr(value);
       sink_.End();
       sink_.End();
@@ -213,22 +288,22 @@ class ModelWalk {
       case Kind::kNone:
         return;
       case Kind::kString:
-        return Bytes(1, *value.Get<std::string>());
+        return Bytes(AttrDef::kSFieldNumber, *value.Get<std::string>());
       case Kind::kInt:  // a member of a oneof is written even when it is 0
-        sink_.Tag(Tag(2, kVarint));
+        sink_.Tag(Tag(AttrDef::kIFieldNumber, kVarint));
         return sink_.Varint(static_cast<uint64_t>(*value.Get<int64_t>()));
       case Kind::kFloat:
-        sink_.Tag(Tag(3, kFixed32));
+        sink_.Tag(Tag(AttrDef::kFFieldNumber, kFixed32));
         return sink_.Fixed32(WireFormatLite::EncodeFloat(*value.Get<float>()));
       case Kind::kBool:
-        sink_.Tag(Tag(4, kVarint));
+        sink_.Tag(Tag(AttrDef::kBFieldNumber, kVarint));
         return sink_.Varint(*value.Get<bool>());
       case Kind::kTensor:
-        Open(6);
+        Open(AttrDef::kTFieldNumber);
         Tensor(*value.Get<TensorPtr>());
         return sink_.End();
       default:
-        Open(5);
+        Open(AttrDef::kListFieldNumber);
         List(value);
         return sink_.End();
     }
@@ -236,52 +311,114 @@ class ModelWalk {
 
   void List(const AttrValue& value) {
     if (const auto* strings = value.Get<std::vector<std::string>>()) {
-      for (const std::string& item : *strings) Bytes(1, item);
+      for (const std::string& item : *strings) Bytes(ListValue::kSFieldNumber, item);
     } else if (const auto* ints = value.Get<AttrValue::IntList>()) {
-      Packed(2, *ints, [this](int64_t item) { sink_.Varint(static_cast<uint64_t>(item)); });
+      Packed(ListValue::kIFieldNumber, *ints,
+             [this](int64_t item) { sink_.Varint(static_cast<uint64_t>(item)); });
     } else if (const auto* floats = value.Get<std::vector<float>>()) {
-      Packed(3, *floats, [this](float item) { sink_.Fixed32(WireFormatLite::EncodeFloat(item)); });
+      Packed(ListValue::kFFieldNumber, *floats,
+             [this](float item) { sink_.Fixed32(WireFormatLite::EncodeFloat(item)); });
     } else if (const auto* bools = value.Get<std::vector<bool>>()) {
-      Packed(4, *bools, [this](bool item) { sink_.Varint(item); });
+      Packed(ListValue::kBFieldNumber, *bools, [this](bool item) { sink_.Varint(item); });
     }
   }
 
   void Tensor(const TensorPtr& tensor) {
     if (tensor == nullptr) return;
-    Open(1);
+    Open(TensorDef::kDescFieldNumber);
     Desc(tensor->GetTensorDesc());
     sink_.End();
-    String(2, tensor->GetData().View());
+    const TensorPlacer::Place place = placer_.Of(*tensor);
+    String(TensorDef::kDataFieldNumber, place.inlineBytes);
+    if (place.location == nullptr) return;
+    Open(TensorDef::kExternalFieldNumber);
+    String(ExternalData::kLocationFieldNumber, *place.location);
+    Int(ExternalData::kOffsetFieldNumber, place.offset);
+    Int(ExternalData::kLengthFieldNumber, place.length);
+    sink_.End();
+    if (place.toWeights) sink_.Weights(place.offset, tensor->GetData().View());
   }
 
   Sink& sink_;
+  TensorPlacer placer_;
 };
+
+// One message, measured then written into `bytes`.
+template <typename Walk>
+bool WriteMessage(const TensorPlan& plan, WireLayout& layout, std::string& bytes, Walk walk) {
+  layout.sizes.clear();
+  layout.large.clear();
+  SizeSink measure(layout);
+  ModelWalk<SizeSink> measuring(measure, plan);
+  walk(measuring);
+  StringWireOutput out(bytes, static_cast<size_t>(measure.Bytes()));
+  WriteSink write(out, layout, plan.weights);
+  ModelWalk<WriteSink> writing(write, plan);
+  walk(writing);
+  return out.Finish();
+}
 
 }  // namespace
 
-graphStatus ModelSerializer::WriteModel(const Model& model,
-                                        google::protobuf::io::ZeroCopyOutputStream& stream,
-                                        const std::function<void(size_t)>& measured) {
+graphStatus ModelSerializer::CheckNamesUnique(const ComputeGraph& graph) {
+  if (!graph.HasNamesakes()) return GRAPH_SUCCESS;
+  const std::string* shared = nullptr;
+  graph.ForEachNode([&](Node& node) {
+    if (shared == nullptr && graph.FindNodeRaw(node.GetName()) != &node) shared = &node.GetName();
+  });
+  AI_Log_Print(AI_LOG_ERROR, "GRAPH",
+               "cannot save graph \"%s\": two nodes are named \"%s\"; inputs name their "
+               "producers, so names must be unique",
+               graph.GetName().c_str(), shared == nullptr ? "" : shared->c_str());
+  return GRAPH_FAILED;
+}
+
+graphStatus ModelSerializer::MeasureModel(const Model& model, const TensorPlan& plan,
+                                          WireLayout& layout) {
   const std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(model.GetGraph());
   if (graph != nullptr && CheckNamesUnique(*graph) != GRAPH_SUCCESS) return GRAPH_FAILED;
-  std::vector<uint32_t> sizes;
   // An op of a converted graph has about fifteen nested messages (descriptions, shapes,
   // attribute entries, tensors); reserving for that spares the copies of a growing vector.
   constexpr size_t kMessagesPerNode = 16;
-  if (graph != nullptr) sizes.reserve(graph->GetNodesSize() * kMessagesPerNode);
-  SizeSink measure(sizes);
-  ModelWalk<SizeSink>(measure).Model(model, graph.get());
-  if (measure.Bytes() > static_cast<uint64_t>(INT_MAX)) {
-    AI_Log_Print(AI_LOG_ERROR, "GRAPH", "cannot save model \"%s\": it needs more than 2 GiB",
-                 model.GetName().c_str());
+  layout = WireLayout();
+  if (graph != nullptr) layout.sizes.reserve(graph->GetNodesSize() * kMessagesPerNode);
+  SizeSink measure(layout);
+  ModelWalk<SizeSink>(measure, plan).Model(model, graph.get());
+  layout.bytes = measure.Bytes();
+  return GRAPH_SUCCESS;
+}
+
+graphStatus ModelSerializer::WriteModel(const Model& model, const TensorPlan& plan,
+                                        const WireLayout& layout, WireOutput& out) {
+  const std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(model.GetGraph());
+  WriteSink write(out, layout, plan.weights);
+  ModelWalk<WriteSink>(write, plan).Model(model, graph.get());
+  return out.Finish() ? GRAPH_SUCCESS : GRAPH_FAILED;
+}
+
+graphStatus ModelSerializer::WriteParts(const Model& model, bool withTensorData,
+                                        const ModelPartWriter& part) {
+  const std::shared_ptr<ComputeGraph> graph = GraphUtils::GetComputeGraph(model.GetGraph());
+  if (graph != nullptr && CheckNamesUnique(*graph) != GRAPH_SUCCESS) return GRAPH_FAILED;
+  TensorPlan plan;
+  plan.withData = withTensorData;
+  WireLayout layout;
+  std::string bytes;
+  const auto write = [&](ModelPart kind, auto walk) {
+    return WriteMessage(plan, layout, bytes, walk) && part(kind, bytes);
+  };
+  if (!write(ModelPart::kModel, [&](auto& walk) { walk.Model(model, nullptr); })) {
     return GRAPH_FAILED;
   }
-  if (measured) measured(static_cast<size_t>(measure.Bytes()));
-  CodedOutputStream out(&stream);
-  WriteSink write(out, sizes);
-  ModelWalk<WriteSink>(write).Model(model, graph.get());
-  out.Trim();
-  return out.HadError() ? GRAPH_FAILED : GRAPH_SUCCESS;
+  if (graph == nullptr) return GRAPH_SUCCESS;
+  if (!write(ModelPart::kGraph, [&](auto& walk) { walk.Graph(*graph, false); })) {
+    return GRAPH_FAILED;
+  }
+  bool ok = true;
+  graph->ForEachNode([&](Node& node) {
+    ok = ok && write(ModelPart::kOp, [&node](auto& walk) { walk.Op(node); });
+  });
+  return ok ? GRAPH_SUCCESS : GRAPH_FAILED;
 }
 
 }  // namespace tov

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
 #include "framework/proto_io.h"
 #include "graph/dot_writer.h"
@@ -213,13 +213,17 @@ std::vector<std::pair<std::string, int32_t>> GraphOutputs(const GraphState& grap
   return outputs;
 }
 
-void Save(const GraphStatePtr& graph, const py::object& where) {
-  const auto path = py::module_::import("os").attr("fspath")(where).cast<std::string>();
+std::string PathOf(const py::object& where) {
+  return py::module_::import("os").attr("fspath")(where).cast<std::string>();
+}
+
+void Save(const GraphStatePtr& graph, const py::object& where, const py::object& weights) {
+  const std::string path = PathOf(where);
+  const std::string weightsPath = weights.is_none() ? std::string() : PathOf(weights);
   tesu::Status status = tesu::SUCCESS;
   {
     py::gil_scoped_release release;
-    const std::string noPicture;
-    status = tesu::cli::WriteModelFile(tesu::cli::ConversionResult{graph->model, noPicture}, path);
+    status = tesu::cli::WriteModelFile(graph->model, path, weightsPath);
   }
   if (status != tesu::SUCCESS) {
     PyErr_SetString(PyExc_OSError,
@@ -229,16 +233,17 @@ void Save(const GraphStatePtr& graph, const py::object& where) {
 }
 
 py::object ToJson(const GraphStatePtr& graph) {
-  nlohmann::json json;
+  std::string text;
   tesu::Status status = tesu::SUCCESS;
   {
     py::gil_scoped_release release;
-    status = tesu::cli::ModelToJson(graph->model, json);
+    google::protobuf::io::StringOutputStream stream(&text);
+    status = tesu::cli::WriteModelJson(graph->model, stream);
   }
   if (status != tesu::SUCCESS) {
     throw std::runtime_error("cannot write the graph as JSON: status " + std::to_string(status));
   }
-  return py::module_::import("json").attr("loads")(json.dump());
+  return py::module_::import("json").attr("loads")(py::str(text));
 }
 
 }  // namespace
@@ -325,13 +330,15 @@ void BindGraph(py::module_& module) {
             return steps;
           },
           "How long each step of the conversion took: (step, milliseconds) pairs, in order.")
-      .def("save", &Save, py::arg("path"),
+      .def("save", &Save, py::arg("path"), py::arg("weights") = py::none(),
            "Writes the graph as a binary model file, as the CLI's --output does: through a "
-           "temporary file and a rename, so `path` ends up whole or untouched. Raises OSError "
-           "when it cannot be written.")
+           "temporary file and a rename, so `path` ends up whole or untouched. With `weights`, "
+           "a path in the folder of `path` or below it, every tensor of 1 KiB or more goes to "
+           "that weights file instead, as with the CLI's --weights. Raises OSError when it "
+           "cannot be written.")
       .def("to_json", &ToJson,
            "The graph as a dict, in the form of the CLI's --json output (tensor bytes left "
-           "out).")
+           "out; a tensor read from a weights file shows its location, offset and length).")
       .def(
           "to_dot", [](const GraphState& graph) { return tov::ToDot(*graph.compute); },
           "The graph as Graphviz DOT text, as the CLI's --dot writes it.")
