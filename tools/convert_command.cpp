@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -204,7 +205,7 @@ class SourceWatch : public convert::Observer {
  public:
   SourceWatch(const CliOptions& options, report::ConversionReport& page)
       : wantsDot_(!options.dotSourceFile.empty()), page_(page) {}
-  void ModelRead(const std::string& bytes, const convert::OpCounts& before) override {
+  void ModelRead(std::string_view bytes, const convert::OpCounts& before) override {
     page_.ModelRead(bytes, before);
     if (!wantsDot_) return;
     ProfileScope step("source picture");
