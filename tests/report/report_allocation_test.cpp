@@ -45,9 +45,9 @@ namespace {
 
 using tesu::cli::report::ConversionReport;
 
-// Runs the report with the workers' large allocation number `allowed` failing; true when the page was
-// written, false when the failure reached the run.
-bool RunWithWorkersFailingAfter(long allowed, const testkit::TempDir& dir) {
+// Runs the report with the workers' large allocation number `allowed` failing; true when the page
+// was written, false when the failure reached the run.
+bool RunWithWorkerAllocationFailing(long allowed, const testkit::TempDir& dir) {
   testkit::ModelBuilder model;
   model.Data("in");
   model.Unary("act", "Relu", "in");
@@ -76,7 +76,7 @@ TEST(ReportAllocationTest, AFailedAllocationInAWorkerEndsTheReportAndNoThreadWai
   long failures = 0;
   for (long allowed = 0; !written && allowed < 100000; ++allowed) {
     SCOPED_TRACE(allowed);
-    written = RunWithWorkersFailingAfter(allowed, dir);
+    written = RunWithWorkerAllocationFailing(allowed, dir);
     const auto entries = dir.Entries();
     EXPECT_EQ(entries, written ? std::vector<std::string>{"r.html"} : std::vector<std::string>{});
     std::filesystem::remove(dir.Path("r.html"));
