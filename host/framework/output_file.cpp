@@ -208,7 +208,10 @@ Status WriteFileAtomically(const std::string& path, const std::function<bool(int
     return WriteDirectly(path, target, info, writer);
   }
   if (exists && !S_ISREG(info.st_mode)) {
-    return WriteFailed(path, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
+    // Replacing a directory or a disk with a file is never what an output means.
+    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write %s: it is a %s", path.c_str(),
+                 S_ISDIR(info.st_mode) ? "directory" : "block device");
+    return FILE_WRITE_FAILED;
   }
   return WriteThroughTempFile(path, target.path, exists ? &info : nullptr, writer);
 }
