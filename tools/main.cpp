@@ -3,10 +3,13 @@
 
 #include "cli_options.h"
 #include "convert_command.h"
+#include "framework/output_file.h"
 #include "framework/profiler.h"
 #include "log/log.h"
 
 int main(int argc, char** argv) {
+  // Interrupted runs leave no temporary files beside their outputs.
+  tesu::RemoveTemporaryOutputsOnSignals();
   tesu::cli::CliOptions options;
   const tesu::cli::CommandLine line =
       tesu::cli::ParseCommandLine(argc, argv, options, std::cout, std::cerr);

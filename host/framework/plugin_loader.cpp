@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <iterator>
 #include <mutex>
 #include <system_error>
 
 #include "framework/model_parser.h"
+#include "log/log.h"
 
 namespace tesu {
 namespace {
@@ -38,6 +40,53 @@ std::vector<FrameworkType> NewTypes(const std::vector<FrameworkType>& before,
   std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
                       std::back_inserter(added));
   return added;
+}
+
+// The library being loaded, for the terminate handler: an exception thrown by a library's static
+// constructor cannot cross the dynamic loader, so the process ends while dlopen runs.
+const char* loadingLibrary = nullptr;
+std::terminate_handler previousTerminate = nullptr;
+
+std::string CurrentExceptionMessage() {
+  const std::exception_ptr thrown = std::current_exception();
+  if (thrown == nullptr) return "no exception";
+  try {
+    std::rethrow_exception(thrown);
+  } catch (const std::exception& e) {
+    return e.what();
+  } catch (...) {
+    return "an exception that is not a std::exception";
+  }
+}
+
+[[noreturn]] void ReportLoadFailureAndTerminate() {
+  if (loadingLibrary != nullptr) {
+    AI_Log_Print(AI_LOG_ERROR, "TESU_FMK", "plug-in %s threw while it was loading: %s",
+                 loadingLibrary, CurrentExceptionMessage().c_str());
+  }
+  if (previousTerminate != nullptr) previousTerminate();
+  std::abort();
+}
+
+// Names the library in the terminate handler while it loads; the previous handler is restored
+// afterwards and still runs after the report.
+class LoadingLibrary {
+ public:
+  explicit LoadingLibrary(const fs::path& library) {
+    loadingLibrary = library.c_str();
+    previousTerminate = std::set_terminate(ReportLoadFailureAndTerminate);
+  }
+  ~LoadingLibrary() {
+    std::set_terminate(previousTerminate);
+    loadingLibrary = nullptr;
+  }
+  LoadingLibrary(const LoadingLibrary&) = delete;
+  LoadingLibrary& operator=(const LoadingLibrary&) = delete;
+};
+
+void* OpenLibrary(const fs::path& library) {
+  const LoadingLibrary loading(library);
+  return dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
 }  // namespace
@@ -93,7 +142,7 @@ bool LoadPlugins(const std::string& dir, PluginLoadResult& result, std::string& 
   std::lock_guard<std::mutex> lock(loadMutex);
   for (const fs::path& library : libraries) {
     const std::vector<FrameworkType> before = factory.RegisteredTypes();
-    if (dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL) != nullptr) {
+    if (OpenLibrary(library) != nullptr) {
       result.loaded.push_back(library.string());
       result.frameworks.push_back(NewTypes(before, factory.RegisteredTypes()));
     } else {

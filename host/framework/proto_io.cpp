@@ -1,12 +1,5 @@
 #include "framework/proto_io.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,45 +15,6 @@ namespace tesu {
 namespace {
 
 constexpr const char* kModule = "TESU_FMK";
-
-std::string DirectoryOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return path.substr(0, std::max<size_t>(slash, 1));  // "/name" lies in "/"
-}
-
-std::string BaseNameOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-// Creates a fresh temporary file next to `path`, so that the final rename stays within one file
-// system. Mode 0666 lets the umask decide the permissions, as for any newly created file.
-int CreateTempFile(const std::string& path, std::string& tempPath) {
-  static std::atomic<unsigned> counter{0};
-  const std::string dir = DirectoryOf(path);
-  const std::string base = BaseNameOf(path);
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    tempPath = dir + "/." + base + ".tmp." + std::to_string(getpid()) + "." +
-               std::to_string(counter.fetch_add(1));
-    const int fd = open(tempPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
-  return -1;
-}
-
-bool WriteAll(int fd, const std::string& bytes) {
-  size_t written = 0;
-  while (written < bytes.size()) {
-    const ssize_t n = write(fd, bytes.data() + written, bytes.size() - written);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    written += static_cast<size_t>(n);
-  }
-  return true;
-}
 
 // Drops every field named in `excluded`, in this message and in every message below it,
 // map values included.
@@ -118,42 +72,6 @@ bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* me
     return false;
   }
   return true;
-}
-
-Status WriteFileAtomically(const std::string& path, const std::string& bytes) {
-  return WriteFileAtomically(path, [&bytes](int fd) { return WriteAll(fd, bytes); });
-}
-
-Status WriteFileAtomically(const std::string& path, const std::function<bool(int fd)>& writer) {
-  if (path.empty() || path.back() == '/') {
-    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write \"%s\": not a file path", path.c_str());
-    return FILE_WRITE_FAILED;
-  }
-  std::string tempPath;
-  const int fd = CreateTempFile(path, tempPath);
-  if (fd < 0) {
-    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write %s: %s", path.c_str(), std::strerror(errno));
-    return FILE_WRITE_FAILED;
-  }
-  errno = 0;
-  bool ok = writer(fd) && fsync(fd) == 0;
-  if (!ok && errno == 0) errno = EIO;
-  int savedErrno = errno;
-  if (close(fd) != 0 && ok) {
-    ok = false;
-    savedErrno = errno;
-  }
-  if (ok && std::rename(tempPath.c_str(), path.c_str()) != 0) {
-    ok = false;
-    savedErrno = errno;
-  }
-  if (!ok) {
-    unlink(tempPath.c_str());
-    AI_Log_Print(AI_LOG_ERROR, kModule, "cannot write %s: %s", path.c_str(),
-                 std::strerror(savedErrno));
-    return FILE_WRITE_FAILED;
-  }
-  return SUCCESS;
 }
 
 void Pb2Json::Message2Json(const google::protobuf::Message& message,

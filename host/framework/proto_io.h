@@ -1,7 +1,6 @@
 #ifndef TESU_FRAMEWORK_PROTO_IO_H
 #define TESU_FRAMEWORK_PROTO_IO_H
 
-#include <functional>
 #include <set>
 #include <string>
 
@@ -9,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "framework/model_parser.h"
+#include "framework/output_file.h"
 #include "status.h"
 
 namespace tesu {
@@ -19,14 +19,6 @@ bool ReadFileBytes(const std::string& path, std::string& bytes, std::string& err
 
 // True when the file was read and parsed into the message.
 bool ReadProtoFromBinaryFile(const char* file, google::protobuf::MessageLite* message);
-
-// Writes `bytes` to `path` through a temporary file in the same directory and a rename, so the
-// path ends holding all of the bytes or is left as it was. Returns 0 on success and
-// FILE_WRITE_FAILED otherwise.
-Status WriteFileAtomically(const std::string& path, const std::string& bytes);
-// The same, with the content written by `writer` to the temporary file's descriptor; the writer
-// returns false when it fails.
-Status WriteFileAtomically(const std::string& path, const std::function<bool(int fd)>& writer);
 
 class Pb2Json {
  public:

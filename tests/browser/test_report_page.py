@@ -8,6 +8,7 @@ Usage: test_report_page.py TESU_CONVERT SAMPLES_DIR
 Exits with 77 (skipped) when Chromium, chromedriver or Selenium is missing.
 """
 
+import json
 import os
 import shutil
 import subprocess
@@ -144,6 +145,86 @@ class ReportPageTest(unittest.TestCase):
         self.assertIn("not supported", details.text)
         self.assertEqual(len(self.find("#graph-source svg g.node.unsupported")), 4)
         self.assertFalse(self.find("#graph-converted svg"))
+
+    # Names that try to pass for something else: an attribute name that would be extra rows, a
+    # node name holding a record separator, attributes named like the
+    # properties every JavaScript object has, and a name that an entity decoder turns into a tag.
+    SPOOF_NODE = "spoof\x1eshift"
+    SCRIPT_NODE = "&lt;script&gt;"
+
+    def spoof_report(self, name, last_type, expected_exit):
+        shape = {"shape": ["1", "4"]}
+
+        def op(op_name, op_type, producer, attrs=None):
+            entry = {"name": op_name, "type": op_type, "input_desc": [shape],
+                     "output_desc": [shape]}
+            if producer:
+                entry["input"] = [producer + ":0"]
+            if attrs:
+                entry["attr"] = attrs
+            return entry
+
+        attrs = {"fake\nrow\tvalue": {"s": "x"}, "toString": {"i": "3"},
+                 "constructor": {"s": "c"}}
+        ops = [op("in", "Data", None), op(self.SPOOF_NODE, "Relu", "in", attrs),
+               op(self.SCRIPT_NODE, "Abs", self.SPOOF_NODE),
+               op("last", last_type, self.SCRIPT_NODE)]
+        model = os.path.join(self.work, name + ".json")
+        with open(model, "w", encoding="utf-8") as out:
+            json.dump({"name": name, "graph": [{"name": "g", "op": ops}]}, out)
+        report = os.path.join(self.work, name + ".html")
+        run = subprocess.run(
+            [CONVERT, "--model", model, "--output", os.path.join(self.work, name + ".pb"),
+             "--report", report, "--check_report", os.path.join(self.work, name + ".check.json")],
+            capture_output=True, text=True, check=False)
+        self.assertEqual(run.returncode, expected_exit, run.stderr)
+        return report
+
+    def attribute_rows(self, details):
+        return {row.find_elements(By.TAG_NAME, "td")[0].text:
+                [cell.text for cell in row.find_elements(By.TAG_NAME, "td")[1:]]
+                for row in details.find_elements(By.CSS_SELECTOR, "table.attrs tr")[1:]}
+
+    def check_spoof_names(self, after):
+        details = self.search("spoof\\x1eshift")
+        self.assertEqual(details.find_element(By.TAG_NAME, "h3").text, "spoof\\x1eshift")
+        rows = self.attribute_rows(details)
+        self.assertEqual(rows["fake\\nrow\\tvalue"], ['"x"', after('"x"')])
+        self.assertEqual(rows["toString"], ["3", after("3")])
+        self.assertEqual(rows["constructor"], ['"c"', after('"c"')])
+        self.assertNotIn("native code", self.browser.find_element(By.TAG_NAME, "body").text)
+        self.assertEqual([name for name in rows if "row" in name or "value" in name],
+                         ["fake\\nrow\\tvalue"])
+
+        # The entity is drawn and listed as typed, and no element came of it.
+        details = self.search(self.SCRIPT_NODE)
+        self.assertEqual(details.find_element(By.TAG_NAME, "h3").text, self.SCRIPT_NODE)
+        labels = [text.text for text in self.find("#graph-source svg g.node text")]
+        self.assertIn(self.SCRIPT_NODE, labels)
+        self.assertFalse(self.find(".svg-box script"))
+
+        # A click on the picture shows the node clicked, not a neighbour.
+        for box in ("#graph-source", "#graph-converted"):
+            nodes = [g for g in self.find(box + " svg g.node")
+                     if g.find_element(By.TAG_NAME, "text").text == "last"]
+            if not nodes:
+                continue
+            nodes[0].click()
+            heading = self.browser.find_element(By.CSS_SELECTOR, "#node-details h3")
+            self.assertEqual(heading.text, "last")
+
+    def test_spoofing_names_on_a_converted_page(self):
+        self.open(self.spoof_report("spoof", "Relu", 0))
+        self.check_spoof_names(lambda value: value)
+
+    def test_spoofing_names_on_a_failed_page(self):
+        self.open(self.spoof_report("spoof_failed", "NoSuchOp", 1))
+        self.check_spoof_names(lambda value: "\u2014")
+        # The support table links the unsupported node to its details.
+        table = self.browser.find_element(By.ID, "support-table")
+        table.find_element(By.CSS_SELECTOR, "button.link").click()
+        self.assertEqual(self.browser.find_element(By.CSS_SELECTOR, "#node-details h3").text,
+                         "last")
 
 
 def main():

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -83,6 +84,20 @@ TEST(PluginLoadTest, BrokenLibrariesAreReportedAndAnUnlistableDirectoryRefused) 
   EXPECT_NE(result.errors[1].find("libbroken.so"), std::string::npos) << result.errors[1];
   EXPECT_FALSE(tesu::LoadPlugins(dir.Path("missing"), result, error));
   EXPECT_NE(error.find("cannot list plug-in directory"), std::string::npos) << error;
+}
+
+// An exception thrown by a plug-in's static constructor cannot be caught around the load: the
+// process ends, but first says which plug-in threw what. Other loads keep the terminate handler.
+TEST(PluginLoadTest, ALibraryThatThrowsWhileLoadingIsNamedBeforeTheProcessEnds) {
+  const std::terminate_handler before = std::get_terminate();
+  tesu::PluginLoadResult result;
+  std::string error;
+  ASSERT_TRUE(tesu::LoadPlugins(testkit::TempDir().Path(), result, error));
+  EXPECT_EQ(std::get_terminate(), before);
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(tesu::LoadPlugins(THROWING_PLUGIN_DIR, result, error),
+               "plug-in " THROWING_PLUGIN_DIR
+               "/libthrowing_plugin.so threw while it was loading: registration table is corrupt");
 }
 
 }  // namespace

@@ -78,19 +78,10 @@ json Build(const RunFacts& run, bool converted, const json& checkReport = nullpt
   const json& strings = data["strings"];
   const json& columns = data["nodes"];
   auto text = [&](const json& position) { return strings.at(position.get<size_t>()); };
-  auto records = [&](const std::string& joined) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    for (size_t i = 0; i < columns["count"]; ++i) {
-      const size_t end = std::min(joined.find('\x1e', start), joined.size());
-      parts.push_back(joined.substr(start, end - start));
-      start = end + 1;
-    }
-    return parts;
-  };
-  const std::vector<std::string> names = records(columns["names"]);
-  const std::vector<std::string> inputs[] = {records(columns["before"]["inputs"]),
-                                             records(columns["after"]["inputs"])};
+  const auto names = columns["names"].get<std::vector<std::string>>();
+  const std::vector<std::string> inputs[] = {
+      columns["before"]["inputs"].get<std::vector<std::string>>(),
+      columns["after"]["inputs"].get<std::vector<std::string>>()};
   json nodes = json::array();
   for (size_t i = 0; i < names.size(); ++i) {
     json node = {names[i], text(columns["marks"][i]), nullptr, nullptr,

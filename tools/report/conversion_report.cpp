@@ -60,25 +60,33 @@ void ConversionReport::Compare(const tov::ComputeGraph* converted, nlohmann::jso
   converted_ = converted != nullptr;
   std::promise<void> built;
   built_ = built.get_future();
-  written_ = std::async(std::launch::async, [path = path_, source = std::move(sourceData_),
-                                             converted, checkReport = std::move(checkReport),
-                                             built = std::move(built),
-                                             summary = summary_.get_future()]() mutable {
-    // Graphviz loads its plug-ins and fonts while the graph is read: by then the model's bytes
-    // are freed, so what it loads does not add to the run's peak of memory.
-    std::future<void> warmUp = std::async(std::launch::async, [] {
-      ProfileScope step("report: start Graphviz");
-      WarmUpGraphviz();
-    });
-    std::optional<GraphView> convertedView;
-    if (converted != nullptr) {
-      ProfileScope step("report: converted graph");
-      convertedView = ViewOf(*converted);
-    }
-    const PageData body = BuildReportBody(std::move(source), std::move(convertedView), checkReport);
-    built.set_value();
-    return WriteReportPage(path, body, std::move(summary));
-  });
+  written_ = std::async(
+      std::launch::async, [path = path_, source = std::move(sourceData_), converted,
+                           checkReport = std::move(checkReport), built = std::move(built),
+                           summary = summary_.get_future()]() mutable {
+        // Graphviz loads its plug-ins and fonts while the graph is read: by then the model's bytes
+        // are freed, so what it loads does not add to the run's peak of memory.
+        std::future<void> warmUp = std::async(std::launch::async, [] {
+          ProfileScope step("report: start Graphviz");
+          WarmUpGraphviz();
+        });
+        std::optional<PageData> body;
+        try {
+          std::optional<GraphView> convertedView;
+          if (converted != nullptr) {
+            ProfileScope step("report: converted graph");
+            convertedView = ViewOf(*converted);
+          }
+          body = BuildReportBody(std::move(source), std::move(convertedView), checkReport);
+        } catch (...) {
+          // Wait passes the failure (a failed allocation) on to the run, instead of waiting for
+          // ever.
+          built.set_exception(std::current_exception());
+          throw;
+        }
+        built.set_value();
+        return WriteReportPage(path, *body, std::move(summary));
+      });
 }
 
 void ConversionReport::Wait() {

@@ -57,9 +57,10 @@ class ConversionReport : public convert::Observer {
   // The same with the conversion's graph and check report.
   void Compare(const convert::Result& result) { Compare(result.graph.get(), result.checkReport); }
   // Waits for the comparison, so that the steps it timed are recorded. The worker then writes
-  // the page but for the summary.
+  // the page but for the summary. A failure of the workers (std::bad_alloc) is thrown here.
   void Wait();
-  // Completes the page with the run's summary, whole or not at all.
+  // Completes the page with the run's summary, whole or not at all. A failure of the worker
+  // while it writes is thrown here, with no page and no temporary file left.
   Status Write(const RunFacts& run);
 
  private:

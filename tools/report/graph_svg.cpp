@@ -18,13 +18,18 @@ char* Text(const char* text) {
   return const_cast<char*>(text);
 }
 
-// Graphviz reads backslashes in labels as escapes ("\n", "\N"); a node name keeps its own.
-std::string LabelText(std::string_view text) {
+// Graphviz reads HTML entities in names and labels ("&lt;" becomes "<") and backslashes in labels
+// as escapes ("\n", "\N"); a node name keeps its own.
+std::string GraphvizText(std::string_view text, bool label) {
   std::string escaped;
   escaped.reserve(text.size());
   for (char c : text) {
+    if (c == '&') {
+      escaped += "&amp;";
+      continue;
+    }
     escaped += c;
-    if (c == '\\') escaped += '\\';
+    if (label && c == '\\') escaped += '\\';
   }
   return escaped;
 }
@@ -96,12 +101,12 @@ bool RenderSvg(const std::vector<DrawnNode>& nodes, std::string& svg, std::strin
   byName.reserve(nodes.size());
   for (const DrawnNode& drawn : nodes) {
     // The Graphviz name shows as the node's tooltip; a second node of one name gets its id too.
-    std::string name(drawn.node->name);
+    std::string name = GraphvizText(drawn.node->name, /*label=*/false);
     if (agnode(g, Text(name.c_str()), 0) != nullptr) name += " (" + drawn.id + ")";
     Agnode_t* n = agnode(g, Text(name.c_str()), 1);
-    std::string label = LabelText(drawn.node->name);
+    std::string label = GraphvizText(drawn.node->name, /*label=*/true);
     label += '\n';
-    label += LabelText(drawn.node->type);
+    label += GraphvizText(drawn.node->type, /*label=*/true);
     agxset(n, labelAttr, Text(label.c_str()));
     agxset(n, id, Text(drawn.id.c_str()));
     const Style style = StyleOf(drawn.mark, drawn.node->type);

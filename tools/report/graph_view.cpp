@@ -35,15 +35,7 @@ void Append(std::string& out, bool value) {
 }
 void Append(std::string& out, const std::string& value) {
   out += '"';
-  for (char c : value) {
-    if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\t') {
-      out += "\\t";
-    } else {
-      out += c;
-    }
-  }
+  AppendVisible(out, value);
   out += '"';
 }
 
@@ -104,20 +96,56 @@ void AppendValue(std::string& out, const tov::AttrValue& value) {
 
 template <typename Value>
 void AppendAttr(std::string& out, const std::string& name, const Value& value) {
-  out += name;
+  AppendVisible(out, name);
   out += kNameEnd;
   AppendValue(out, value);
   out += kEntryEnd;
 }
 
 void AppendInput(std::string& out, const std::string& producer, int index) {
-  out += producer;
+  AppendVisible(out, producer);
   out += ':';
   Append(out, index);
   out += kEntryEnd;
 }
 
+bool IsControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == '\x7f';
+}
+
 }  // namespace
+
+void AppendVisible(std::string& out, std::string_view text) {
+  constexpr char kHex[] = "0123456789abcdef";
+  size_t from = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (!IsControl(c)) continue;
+    out.append(text, from, i - from);
+    from = i + 1;
+    out += '\\';
+    if (c == '\n') {
+      out += 'n';
+    } else if (c == '\t') {
+      out += 't';
+    } else if (c == '\r') {
+      out += 'r';
+    } else {
+      const auto byte = static_cast<unsigned char>(c);
+      out += 'x';
+      out += kHex[byte >> 4];
+      out += kHex[byte & 15];
+    }
+  }
+  out.append(text, from, std::string_view::npos);
+}
+
+std::string_view Visible(std::string_view text, std::string& scratch) {
+  if (std::none_of(text.begin(), text.end(), IsControl)) return text;
+  scratch.clear();
+  AppendVisible(scratch, text);
+  return scratch;
+}
 
 uint32_t TextIndex::Hash(std::string_view text) {
   const size_t hash = std::hash<std::string_view>()(text);
@@ -198,9 +226,10 @@ std::string_view TextArena::Copy(std::string_view text) {
 
 void GraphView::Add(std::string_view name, std::string_view type, std::string_view attrs,
                     std::string_view inputs) {
+  std::string scratch;
   ViewNode& node = nodes.emplace_back();
-  node.name = arena.Copy(name);
-  node.typeId = texts.Add(type);
+  node.name = arena.Copy(Visible(name, scratch));
+  node.typeId = texts.Add(Visible(type, scratch));
   node.type = texts[node.typeId];
   if (lastAttrs.size() <= node.typeId) lastAttrs.resize(node.typeId + 1, TextIndex::kNone);
   uint32_t& last = lastAttrs[node.typeId];
@@ -427,7 +456,7 @@ bool ReadOp(CodedInputStream& in, Scratch& scratch, GraphView& view) {
         if (!WireFormatLite::ReadString(&in, &input)) return false;
         // The file may leave out ":0"; the view always writes the index, as the compute graph
         // does, so that inputs compare equal.
-        inputs += input;
+        AppendVisible(inputs, input);
         if (!input.empty() && input.find(':') == std::string::npos) inputs += ":0";
         inputs += kEntryEnd;
         return true;
@@ -454,7 +483,7 @@ bool ReadOp(CodedInputStream& in, Scratch& scratch, GraphView& view) {
   std::string& attrs = scratch.attrsText;
   attrs.clear();
   for (size_t i = 0; i < scratch.used; ++i) {
-    attrs += scratch.attrs[i].first;
+    AppendVisible(attrs, scratch.attrs[i].first);
     attrs += kNameEnd;
     attrs += scratch.attrs[i].second;
     attrs += kEntryEnd;

@@ -21,11 +21,17 @@ namespace tesu {
 namespace cli {
 namespace report {
 
-// Separators of the entries of ViewNode::attrs and ViewNode::inputs, and of the records of one
-// node each where the report puts many nodes' texts in one string.
+// Separators of the entries of ViewNode::attrs and ViewNode::inputs. The texts between them have
+// their control characters made visible (AppendVisible), so a name never holds a separator.
 constexpr char kEntryEnd = '\n';
 constexpr char kNameEnd = '\t';
-constexpr char kRecordEnd = '\x1e';
+
+// Appends `text` with each control character written visibly, as "\n", "\t", "\r" or "\x1e", so
+// that a name shows what it holds and cannot pass for a separator or a line of its own.
+// Backslashes are kept as typed.
+void AppendVisible(std::string& out, std::string_view text);
+// `text` when it has no control character, else its visible form in `scratch`.
+std::string_view Visible(std::string_view text, std::string& scratch);
 
 // Numbers by text: open addressing over one array of small slots, so that a lookup costs a probe
 // or two in one block of memory rather than a walk over separately allocated entries. The texts
@@ -96,13 +102,14 @@ class TextArena {
   size_t left_ = 0;
 };
 
+// Every text of a view (names, types, attribute names and values, inputs) is in visible form.
 struct ViewNode {
   std::string_view name;
   // The type and the attributes are texts of the view's table; nodes of one type and one set of
   // attribute values share them, and compare by number.
   std::string_view type;
   // One line per attribute, sorted by name: "name\tvalue\n". The value is a short rendering:
-  // numbers, quoted strings (newlines and tabs escaped), lists of up to 16 values, tensors as
+  // numbers, quoted strings, lists of up to 16 values, tensors as
   // data type and shape.
   std::string_view attrs;
   // One line per input in the model file's form: "producer:k\n" for a data input, "\n" for an
@@ -131,7 +138,8 @@ struct GraphView {
   GraphView(const GraphView&) = delete;
   GraphView& operator=(const GraphView&) = delete;
 
-  // Adds a node, copying its texts into the view.
+  // Adds a node, copying its texts into the view; the name and type are made visible here, the
+  // attributes and inputs come visible.
   void Add(std::string_view name, std::string_view type, std::string_view attrs,
            std::string_view inputs);
   const ViewNode* Find(std::string_view name) const;

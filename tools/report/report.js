@@ -5,7 +5,14 @@
   const data = JSON.parse(document.getElementById("report-data").textContent);
   const summary = data.summary;
 
-  // Attributes, inputs and changes are lines, "name\tvalue" where a line has two parts.
+  // Control characters show as escapes ("\n" as a backslash and n), so a name or value never
+  // passes for more than one line or row. The graphs' texts come that way already.
+  function visible(text) {
+    return text.replace(/[\x00-\x1f\x7f]/g, (c) => ({ "\n": "\\n", "\t": "\\t", "\r": "\\r" })[c] ||
+      "\\x" + c.charCodeAt(0).toString(16).padStart(2, "0"));
+  }
+  // Attributes, inputs and changes are lines, "name\tvalue" where a line has two parts; the C++
+  // side makes the names and values visible, so neither holds a tab or a line end.
   function lines(text) {
     return text ? text.slice(0, -1).split("\n") : [];
   }
@@ -16,7 +23,7 @@
     });
   }
   // The nodes come in columns (see the C++ side); shared texts (marks, types, attribute sets,
-  // change lists) are positions in data.strings, and per-node texts are separated by \x1e.
+  // change lists) are positions in data.strings, and per-node texts are arrays.
   const strings = data.strings || [];
   const columns = data.nodes;
   const parsedPairs = new Map();
@@ -24,20 +31,17 @@
     if (!parsedPairs.has(position)) parsedPairs.set(position, pairs(strings[position]));
     return parsedPairs.get(position);
   }
-  function records(text) {
-    return columns.count ? text.split("\x1e") : [];
-  }
   function sides(column) {
-    const inputs = records(column.inputs);
+    // Attributes by name in a Map: a name such as "toString" is looked up as any other.
     return (i) => column.types[i] === null ? null : {
       type: strings[column.types[i]],
-      get attrs() { return Object.fromEntries(sharedPairs(column.attrs[i])); },
-      get inputs() { return lines(inputs[i]); },
+      get attrs() { return new Map(sharedPairs(column.attrs[i])); },
+      get inputs() { return lines(column.inputs[i]); },
     };
   }
   const before = sides(columns.before);
   const after = sides(columns.after);
-  const nodes = records(columns.names).map((name, i) => ({
+  const nodes = columns.names.map((name, i) => ({
     name: name, mark: strings[columns.marks[i]], before: before(i), after: after(i),
     changes: sharedPairs(columns.changes[i]),
   }));
@@ -52,7 +56,7 @@
     Object.assign(element, props || {});
     for (const child of children) {
       if (child === null || child === undefined) continue;
-      element.append(child instanceof Node ? child : String(child));
+      element.append(child instanceof Node ? child : visible(String(child)));
     }
     return element;
   }
@@ -78,11 +82,11 @@
 
   // --- Summary ---------------------------------------------------------------------------
   function renderSummary() {
-    document.getElementById("title").textContent = "Conversion report: " + summary.model;
-    document.title = "Conversion report: " + summary.model;
+    document.getElementById("title").textContent = "Conversion report: " + visible(summary.model);
+    document.title = "Conversion report: " + visible(summary.model);
     const outcome = document.getElementById("outcome");
     const succeeded = summary.exitCode === 0;
-    outcome.textContent = succeeded ? "Converted" : "Failed: " + summary.outcome;
+    outcome.textContent = succeeded ? "Converted" : "Failed: " + visible(summary.outcome);
     outcome.classList.add(succeeded ? "ok" : "failed");
 
     const table = document.getElementById("summary-table");
@@ -141,7 +145,7 @@
   function svgEl(tag, attrs, text) {
     const element = document.createElementNS(SVG, tag);
     for (const [key, value] of Object.entries(attrs)) element.setAttribute(key, value);
-    if (text !== undefined) element.textContent = text;
+    if (text !== undefined) element.textContent = visible(String(text));
     return element;
   }
   function histogram(containerId, counts, scale) {
@@ -233,8 +237,8 @@
   }
   function consumers(side) {
     // Consumers per producer name, built once per side on first use.
-    const cache = consumers.cache || (consumers.cache = {});
-    if (!cache[side]) {
+    const cache = consumers.cache || (consumers.cache = new Map());
+    if (!cache.has(side)) {
       const map = new Map();
       for (const node of nodes) {
         if (!node[side]) continue;
@@ -245,9 +249,9 @@
           map.get(producer).push(node.name);
         }
       }
-      cache[side] = map;
+      cache.set(side, map);
     }
-    return cache[side];
+    return cache.get(side);
   }
   function list(items) {
     if (!items || items.length === 0) return el("span", { className: "muted" }, "none");
@@ -302,14 +306,14 @@
     }
     box.append(facts);
 
-    const attrsBefore = before ? before.attrs : {};
-    const attrsAfter = after ? after.attrs : {};
-    const names = new Set(Object.keys(attrsBefore).concat(Object.keys(attrsAfter)));
+    const attrsBefore = before ? before.attrs : new Map();
+    const attrsAfter = after ? after.attrs : new Map();
+    const names = new Set([...attrsBefore.keys(), ...attrsAfter.keys()]);
     const attrs = el("table", { className: "attrs" });
     attrs.append(el("tr", null, el("th", null, "Attribute"), el("th", null, "Before"), el("th", null, "After")));
     for (const attr of [...names].sort()) {
-      const was = attrsBefore[attr];
-      const is = attrsAfter[attr];
+      const was = attrsBefore.get(attr);
+      const is = attrsAfter.get(attr);
       const differs = summary.converted && was !== is;
       attrs.append(el("tr", null, el("td", { className: "mono" }, attr),
         el("td", { className: "mono" + (differs ? " differs" : "") }, was === undefined ? "\u2014" : was),

@@ -69,8 +69,10 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
   if (ops != report.end() && ops->is_array()) {
     for (const json& op : *ops) {
       if (!op.is_object() || StringOf(op, "result") == "pass") continue;
-      TypeEntry& entry = byType[StringOf(op, "type")];
-      entry.nodes.push_back(StringOf(op, "name"));
+      // Names and types as the graphs' views show them, so that the page finds their nodes.
+      std::string scratch;
+      TypeEntry& entry = byType[std::string(Visible(StringOf(op, "type"), scratch))];
+      entry.nodes.emplace_back(Visible(StringOf(op, "name"), scratch));
       refused.insert(entry.nodes.back());
       const auto causes = op.find("causes");
       if (causes == op.end() || !causes->is_array()) continue;
@@ -86,7 +88,8 @@ json Support(const json& report, std::unordered_set<std::string>& refused) {
   const auto types = report.find("unsupported_types");
   if (types != report.end() && types->is_array()) {
     for (const json& type : *types) {
-      if (type.is_object()) order.push_back(StringOf(type, "type"));
+      std::string scratch;
+      if (type.is_object()) order.emplace_back(Visible(StringOf(type, "type"), scratch));
     }
   }
   for (const auto& entry : byType) {
@@ -155,8 +158,6 @@ std::string StringsText(const GraphView& source, const GraphView* converted,
   out += ']';
   return out;
 }
-
-constexpr std::string_view kRecordEndText(&kRecordEnd, 1);
 
 // A column of one number per row.
 template <typename Number>
@@ -236,14 +237,14 @@ void NameColumn::Reserve(size_t rows, size_t bytes) {
 }
 
 void NameColumn::Add(std::string_view name) {
-  if (rows_++ > 0) AppendJsonChars(text_, kRecordEndText);
-  AppendJsonChars(text_, name);
+  if (rows_++ > 0) text_ += ',';
+  AppendJsonString(text_, name);
 }
 
 void NameColumn::MoveTo(std::vector<std::string>& pieces) {
-  pieces.emplace_back("\"");
+  pieces.emplace_back("[");
   pieces.push_back(std::move(text_));
-  pieces.emplace_back("\"");
+  pieces.emplace_back("]");
 }
 
 void SideColumns::Reserve(size_t rows, size_t bytes) {
@@ -257,16 +258,17 @@ void SideColumns::Add(const ViewNode* node, size_t textsAt) {
   if (rows_++ > 0) {
     types_ += ',';
     attrs_ += ',';
-    AppendJsonChars(inputs_, kRecordEndText);
+    inputs_ += ',';
   }
   if (node == nullptr) {
     types_ += "null";
     attrs_ += "null";
+    inputs_ += "\"\"";
     return;
   }
   AppendJsonNumber(types_, textsAt + node->typeId);
   AppendJsonNumber(attrs_, textsAt + node->attrsId);
-  AppendJsonChars(inputs_, node->inputs);
+  AppendJsonString(inputs_, node->inputs);
 }
 
 void SideColumns::MoveTo(std::vector<std::string>& pieces) {
@@ -274,9 +276,9 @@ void SideColumns::MoveTo(std::vector<std::string>& pieces) {
   pieces.push_back(std::move(types_));
   pieces.emplace_back("],\"attrs\":[");
   pieces.push_back(std::move(attrs_));
-  pieces.emplace_back("],\"inputs\":\"");
+  pieces.emplace_back("],\"inputs\":[");
   pieces.push_back(std::move(inputs_));
-  pieces.emplace_back("\"}");
+  pieces.emplace_back("]}");
 }
 
 SourceData PrepareSource(GraphView view) {

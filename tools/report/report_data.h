@@ -41,19 +41,19 @@ struct RunFacts {
 //   support   the check report's unsupported nodes grouped by operator type
 //   nodes     every node of either graph, in columns, since a large graph has 100k of them:
 //               count
-//               names    the names, separated by kRecordEnd
+//               names    the names
 //               marks    per node "unsupported", "changed" or ""
 //               changes  per node one line "kind\ttext" per change
 //               before, after: per node of that graph
 //                 types, attrs  (attrs in the line form of ViewNode); null without the node
-//                 inputs        the inputs in ViewNode's line form, separated by kRecordEnd
+//                 inputs        per node its inputs, in ViewNode's line form
 //             Marks, changes, types and attrs are positions in `strings`.
 //   strings   the texts that nodes share (a text may occur more than once)
 //   pictures  source and converted SVG, and whether they show the whole graph
 // The data is built in two parts, so that the costly one can run while the command line writes
 // its other outputs, and the summary still shows how long those took.
 
-// The column of the nodes' names, as the inside of one JSON string.
+// The column of the nodes' names, as one JSON array.
 class NameColumn {
  public:
   // Makes room for about `rows` names of `bytes` bytes in all.
@@ -80,7 +80,7 @@ class SideColumns {
  private:
   std::string types_;  // numbers and nulls, without the brackets
   std::string attrs_;
-  std::string inputs_;  // the inside of one JSON string
+  std::string inputs_;  // JSON strings, without the brackets
   size_t rows_ = 0;
 };
 
