@@ -7,12 +7,9 @@
 #include <string>
 
 #include "framework/model_parser.h"
+#include "status.h"
 
 namespace tesu {
-
-// Status of a file that could not be written: the directory is missing or not writable, the
-// path is a directory, or the disk is full. Distinct from a parser's own failure (1).
-constexpr Status FILE_WRITE_FAILED = 20;
 
 // Where an output path leads: symbolic links at its last component are followed (relative ones
 // from the directory of the link), so that the file behind a link is replaced and the link
