@@ -57,13 +57,15 @@ build_tests() {
   cmake --build "$build" -j "$jobs" --target unit_tests e2e_tests >"$1" 2>&1
 }
 
-# 0 when every test passes; the name of the first test that did not is written to $2.
+# 0 when every test passes; otherwise the number of tests that did not and the first two of
+# them are written to $2.
 run_tests() {
-  ctest --test-dir "$build" -L '^(unit|e2e)$' -j "$jobs" --timeout "$timeout" \
-    --stop-on-failure "${extra[@]}" >"$1" 2>&1
+  ctest --test-dir "$build" -L '^(unit|e2e)$' -j "$jobs" --timeout "$timeout" "${extra[@]}" \
+    >"$1" 2>&1
   local status=$?
-  grep -m1 -E '\*\*\*(Failed|Exception|Timeout|Not Run)' "$1" |
-    sed -E 's/.*Test +#[0-9]+: ([^ ]+) .*/\1/' >"$2"
+  grep -E '\*\*\*(Failed|Exception|Timeout|Not Run)' "$1" |
+    sed -E 's/.*Test +#[0-9]+: ([^ ]+) .*/\1/' |
+    awk '{ names = NR <= 2 ? names (NR > 1 ? ", " : "") $0 : names } END { if (NR) print NR ": " names }' >"$2"
   return $status
 }
 

@@ -136,6 +136,8 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   ASSERT_EQ(r->GetOpDesc()->RemoveInputDesc(2), tov::GRAPH_SUCCESS);
   EXPECT_EQ(ProducersOf(*r), (Names{"x", "y"}));
   EXPECT_EQ(r->GetInDataAnchor(1)->GetIdx(), 1);
+  // y's anchor moved down: its old index is beyond the inputs now.
+  EXPECT_TRUE(r->GetInDataAnchor(2) == nullptr && r->ROLE(NodeWalker).InDataNode(2) == nullptr);
   EXPECT_EQ(r->GetOpDesc()->GetInputsSize(), 2u);
   EXPECT_EQ(r->GetOpDesc()->GetInputDesc(1).GetShape(), tov::Shape({3}));
   // The removed descriptions are held behind the inputs, out of reach.
