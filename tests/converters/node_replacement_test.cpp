@@ -129,8 +129,10 @@ TEST(NodeReplacement, RefusesUnusableInputsWithoutTouchingTheGraph) {
     uint32_t status;
     int line;
     std::string message;
+    size_t axisBytes = 4;  // fewer: the axis tensor's data is cut to that many bytes
   };
   const std::string inputs = Quoted("BatchNorm should have 1 non const input and 4 weights");
+  const std::string noData = "param[\"pData\"] must not be null.";
   const std::string training = Quoted("only support is_training as false");
   const Row rows[] = {
       {"BatchNormExt2", {"x0", "p0", "p1", "p2"}, {}, false, 3, 66, inputs},
@@ -141,12 +143,20 @@ TEST(NodeReplacement, RefusesUnusableInputsWithoutTouchingTheGraph) {
       {"Concat", {"x0", "x1"}, {1}, false, 3, 146, Quoted("node: n, weightsVec size : 0")},
       {"Concat", {"x0", "p0", "p1"}, {}, false, 3, 146, Quoted("node: n, weightsVec size : 2")},
       {"Concat", {"x0", "p0"}, {}, false, 3, 152, Quoted("node: n, data type : 0")},
-      {"Concat", {"x0", "axis"}, {}, false, 3, 154, "param[\"pData\"] must not be null."},
+      {"Concat", {"x0", "axis"}, {}, false, 3, 154, noData},
+      {"Concat", {"x0", "axis"}, {1}, false, 3, 154, noData, 1},
+      {"Concat", {"x0", "axis"}, {1}, false, 3, 154, noData, 2},
+      {"Concat", {"x0", "axis"}, {1}, false, 3, 154, noData, 3},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.message);
     auto graph = ReplacementGraph(row.type, row.inputs, 1, row.axis,
                                   [&](auto& op) { op.Attr("is_training", row.training); });
+    if (row.axisBytes < 4) {
+      // A loaded tensor always holds what its shape needs; a short one is made in memory.
+      const int32_t axis = 1;
+      WeightsOf(*graph, "n")[0]->SetData(reinterpret_cast<const uint8_t*>(&axis), row.axisBytes);
+    }
     const Names namesBefore = NodeNames(*graph);
     ExpectConvertRefused(*graph, row.status, FunctionOf(row.type), row.line, row.message);
     EXPECT_EQ(NodeNames(*graph), namesBefore);

@@ -95,6 +95,22 @@ TEST(ConvConverter, ConvolutionKeepsGroupsOrDefaultsThemAndReplacesPadMode) {
   }
 }
 
+// The depthwise weight [d0, d1, h, w] folds to [d0 * d1, 1, h, w] with its bytes untouched; the
+// group count goes and the pad mode is 5.
+TEST(ConvConverter, DepthwiseFoldsItsWeightAndDropsGroups) {
+  auto graph = Graph("DepthwiseConv2D", {{"strides", nullptr, {1, 1, 2, 2}}}, {{2, 16, 3, 3}});
+  Desc(*graph, "n").SetAttr("groups", tov::AttrValue::CreateFrom(int64_t{32}));
+  const tov::TensorPtr weight = WeightsOf(*graph, "n")[0];
+  const std::vector<int32_t> bytes = Int32Data(*weight);
+  ASSERT_EQ(Convert(*graph, "n"), 0u);
+  EXPECT_EQ(Desc(*graph, "n").GetType(), "ConvolutionDepthwise");
+  EXPECT_EQ(AttrsText(Desc(*graph, "n")), "dilations=[1,1] pad_mode=5 strides=[2,2]");
+  ASSERT_EQ(WeightsOf(*graph, "n"), std::vector<tov::TensorPtr>{weight});
+  EXPECT_EQ(weight->GetTensorDesc().GetShape(), tov::Shape({32, 1, 3, 3}));
+  EXPECT_EQ(weight->GetTensorDesc().GetDataType(), tov::DT_FLOAT);
+  EXPECT_EQ(Int32Data(*weight), bytes);
+}
+
 // A refused node keeps its source type (a MaxPool is retyped first); a pooling window is written
 // only when the padding alone is wrong.
 TEST(PoolAndConvConverters, RefuseIncompleteOrUnknownAttributes) {

@@ -1,6 +1,8 @@
 // Typed attribute access on an op description, and shape element counts.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 #include "graph/attr_utils.h"
 #include "graph/node.h"
 #include "graph/op_desc.h"
@@ -41,6 +43,13 @@ TEST(AttrTest, EveryKindReadsBackOnlyAsItsOwnKind) {
   EXPECT_TRUE(AttrUtils::GetFloat(held, "f", f) && f == 0.5f);
   EXPECT_TRUE(AttrUtils::GetInt(held, "i", narrow) && narrow == -7);
   EXPECT_FALSE(AttrUtils::GetInt(held, "big", narrow));
+  // The 32-bit read takes both ends of its range and nothing beyond them.
+  for (const int64_t edge : {int64_t{INT32_MIN}, int64_t{INT32_MAX}}) {
+    AttrUtils::SetInt(desc, "edge", edge);
+    EXPECT_TRUE(AttrUtils::GetInt(held, "edge", narrow) && narrow == edge);
+    AttrUtils::SetInt(desc, "edge", edge + (edge < 0 ? -1 : 1));
+    EXPECT_FALSE(AttrUtils::GetInt(held, "edge", narrow));
+  }
   EXPECT_FALSE(AttrUtils::GetListInt(held, "wide", narrowList));
   EXPECT_TRUE(AttrUtils::GetStr(held, "s", text) && text == "x");
   EXPECT_TRUE(AttrUtils::GetTensor(held, "t", read) && read == tensor);
@@ -105,16 +114,21 @@ TEST(AttrTest, QueriesBeyondTheDescriptionsAnswerEmpty) {
   auto graph = testkit::ReluChain(2);
   tov::Node& node = testkit::NodeOf(*graph, "n1");
   tov::OpDesc& desc = *node.GetOpDesc();
-  EXPECT_EQ(desc.GetInputDesc(9), tov::TensorDesc());
-  EXPECT_EQ(desc.GetOutputDesc(9), tov::TensorDesc());
-  EXPECT_EQ(desc.MutableInputDesc(9), nullptr);
-  EXPECT_TRUE(desc.MutableOutputDesc(9) == nullptr && desc.MutableOutputDesc(0) != nullptr);
+  EXPECT_TRUE(desc.MutableInputDesc(0) != nullptr && desc.MutableOutputDesc(0) != nullptr);
   testkit::LogCapture log;
-  EXPECT_EQ(desc.UpdateInputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
-  EXPECT_EQ(desc.UpdateOutputDesc(9, {}), tov::GRAPH_PARAM_INVALID);
-  EXPECT_EQ(log.Lines().size(), 2u);
+  // n1 has one input and one output: 1 is the first index beyond each.
+  for (const uint32_t beyond : {1u, 9u}) {
+    SCOPED_TRACE(beyond);
+    EXPECT_EQ(desc.GetInputDesc(beyond), tov::TensorDesc());
+    EXPECT_EQ(desc.GetOutputDesc(beyond), tov::TensorDesc());
+    EXPECT_EQ(desc.MutableInputDesc(beyond), nullptr);
+    EXPECT_EQ(desc.MutableOutputDesc(beyond), nullptr);
+    EXPECT_EQ(desc.UpdateInputDesc(beyond, {}), tov::GRAPH_PARAM_INVALID);
+    EXPECT_EQ(desc.UpdateOutputDesc(beyond, {}), tov::GRAPH_PARAM_INVALID);
+    EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(beyond), nullptr);
+  }
+  EXPECT_EQ(log.Lines().size(), 4u);
   EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(0)->GetName(), "n0");
-  EXPECT_EQ(node.ROLE(NodeWalker).InDataNode(9), nullptr);
   EXPECT_EQ(node.GetAllOutDataAnchors().size(), 1u);
   // Tensor values compare by description and bytes, not by identity.
   const auto tensor = std::make_shared<tov::Tensor>();

@@ -36,6 +36,21 @@ TEST(GraphEditTest, RemoveNodeDropsItsEdgesAndTheConstsOnlyItFed) {
   EXPECT_EQ(graph->RemoveNode(*mid), tov::GRAPH_NOT_FOUND);
 }
 
+// A Const that still has a control successor is not orphaned; one whose only edge was a control
+// edge into the removed node is.
+TEST(GraphEditTest, RemoveNodeCountsControlEdgesWhenDroppingConsts) {
+  ModelBuilder model;
+  model.Data("x");
+  model.ConstFloat("kept", {1.0f});
+  model.ConstFloat("gate", {1.0f});
+  model.Op("mid", "Add").Input("x").Input("kept").Control("gate").Output();
+  model.Op("after", "NoOp").Control("kept");
+  auto graph = model.LoadGraph();
+  ASSERT_EQ(graph->RemoveNode(*graph->FindNode("mid")), tov::GRAPH_SUCCESS);
+  EXPECT_EQ(NodeNames(*graph), (Names{"x", "kept", "after"}));
+  EXPECT_EQ(graph->FindNode("kept")->ROLE(NodeSpec).OutControlEdgeSize(), 1u);
+}
+
 // A graph with namesakes cannot be saved, since inputs name their producers.
 TEST(GraphEditTest, AddNodeAcceptsANameInUseAndPlacesTheNewNodeAfterIt) {
   auto graph = Fan();
@@ -67,8 +82,12 @@ TEST(GraphEditTest, EdgeCountsAndRefusedEdges) {
             tov::GRAPH_SUCCESS)
       << "a second producer";
   EXPECT_NE(tov::GraphUtils::AddEdge(nullptr, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
-  EXPECT_TRUE(a->GetInDataAnchor(5) == nullptr && a->GetInDataAnchor(-1) == nullptr &&
+  // a has one input and one output: index 1 is the first beyond each.
+  EXPECT_TRUE(a->GetInDataAnchor(0) != nullptr && a->GetOutDataAnchor(0) != nullptr);
+  EXPECT_TRUE(a->GetInDataAnchor(1) == nullptr && a->GetInDataAnchor(-1) == nullptr &&
               a->GetOutDataAnchor(1) == nullptr && a->GetOutDataAnchor(-1) == nullptr);
+  EXPECT_TRUE(a->ROLE(NodeWalker).OutDataNode(1, 0) == nullptr &&
+              a->ROLE(NodeWalker).InDataNode(1) == nullptr);
   // Removing an edge that is gone fails.
   auto out = graph->FindNode("mid")->GetOutDataAnchor(0);
   EXPECT_EQ(tov::GraphUtils::RemoveEdge(out, a->GetInDataAnchor(0)), tov::GRAPH_SUCCESS);
@@ -117,8 +136,14 @@ TEST(GraphEditTest, RemoveSpecificInputShiftsLaterInputsAndDropsTheOrphanedConst
   ASSERT_EQ(r->GetOpDesc()->RemoveInputDesc(2), tov::GRAPH_SUCCESS);
   EXPECT_EQ(ProducersOf(*r), (Names{"x", "y"}));
   EXPECT_EQ(r->GetInDataAnchor(1)->GetIdx(), 1);
+  // y's anchor moved down: its old index is beyond the inputs now.
+  EXPECT_TRUE(r->GetInDataAnchor(2) == nullptr && r->ROLE(NodeWalker).InDataNode(2) == nullptr);
   EXPECT_EQ(r->GetOpDesc()->GetInputsSize(), 2u);
   EXPECT_EQ(r->GetOpDesc()->GetInputDesc(1).GetShape(), tov::Shape({3}));
+  // The removed descriptions are held behind the inputs, out of reach.
+  EXPECT_EQ(r->GetOpDesc()->GetInputDesc(2), tov::TensorDesc());
+  EXPECT_EQ(r->GetOpDesc()->MutableInputDesc(2), nullptr);
+  EXPECT_EQ(r->GetOpDesc()->RemoveInputDesc(2), tov::GRAPH_PARAM_INVALID);
   EXPECT_EQ(r->GetOpDesc()->GetIsInputConst(), (std::vector<bool>{false, false}));
   EXPECT_EQ(graph->FindNode("shape"), nullptr);
   EXPECT_EQ(r->ROLE(NodeCompatibler).RemoveSpecificInput(2), tov::GRAPH_PARAM_INVALID);

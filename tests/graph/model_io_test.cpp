@@ -4,6 +4,10 @@
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
+#include <set>
+#include <string>
+#include <vector>
+
 #include "graph/model.h"
 #include "graph/model_limits.h"
 #include "graph/proto/model.pb.h"
@@ -25,7 +29,8 @@ constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"
     {"name": "w", "type": "Const", "output_desc": [{"shape": [2, 2]}], "attr": {"value": {"t":
      {"desc": {"shape": [2, 2]}, "data": "AAAAPwAAoL8AAEBAAACAQA=="}}}},
     {"name": "op", "type": "Custom", "input": ["in:0", "w:0"], "is_input_const": [false, true],
-     "input_desc": [{"dtype": 1, "format": 1, "shape": [1, -1, 4]}, {"shape": [2, 2]}],
+     "input_desc": [{"dtype": 1, "format": 1, "shape": [1, -1, 4], "reuse_input": true},
+                    {"shape": [2, 2]}],
      "output_desc": [{"shape": [1, 2, 1, 1, 1, 1, 1, 1, 3]},
                      {"dtype": 9, "format": 2, "shape": [3]}],
      "attr": {"s": {"s": "text"}, "i": {"i": -5}, "f": {"f": 1.5}, "b": {"b": true},
@@ -34,6 +39,40 @@ constexpr char kEverything[] = R"({"name": "everything", "attr": {"producer": {"
     {"name": "flags", "type": "Custom", "input": ["", "op:1", "in:-1"],
      "input_desc": [{}, {"dtype": 9, "shape": [3]}], "attr": {"lb": {"list": {"b": [true, false]}}}}
   ]}]})";
+
+// The full names of the fields that hold a non-default value somewhere in the message.
+void CollectSetFields(const google::protobuf::Message& message, std::set<std::string>& names) {
+  const google::protobuf::Reflection& reflection = *message.GetReflection();
+  std::vector<const google::protobuf::FieldDescriptor*> fields;
+  reflection.ListFields(message, &fields);
+  for (const google::protobuf::FieldDescriptor* field : fields) {
+    names.insert(field->full_name());
+    if (field->cpp_type() != google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    if (!field->is_repeated()) {
+      CollectSetFields(reflection.GetMessage(message, field), names);
+      continue;
+    }
+    for (int i = 0; i < reflection.FieldSize(message, field); ++i) {
+      CollectSetFields(reflection.GetRepeatedMessage(message, field, i), names);
+    }
+  }
+}
+
+// The round trip below proves only what the fixture holds: every field of every message of the
+// format has a non-default value in it somewhere, a field added to the format included.
+TEST(ModelIoTest, TheRoundTripFixtureSetsEveryFieldOfTheFormat) {
+  tesu::proto::ModelDef source;
+  ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(kEverything, &source).ok());
+  std::set<std::string> set;
+  CollectSetFields(source, set);
+  const google::protobuf::FileDescriptor& format = *tesu::proto::ModelDef::descriptor()->file();
+  for (int m = 0; m < format.message_type_count(); ++m) {
+    const google::protobuf::Descriptor& type = *format.message_type(m);
+    for (int f = 0; f < type.field_count(); ++f) {
+      EXPECT_EQ(set.count(type.field(f)->full_name()), 1u) << type.field(f)->full_name();
+    }
+  }
+}
 
 tov::graphStatus Load(tov::Model& model, const std::string& bytes) {
   return model.Load(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
@@ -129,6 +168,8 @@ const MalformedCase kMalformed[] = {
      "node \"y\" (Relu): input \"ghost:0\" names no node"},
     {R"([{"name": "y", "type": "Relu", "input": ["ghost:-1"]}])",
      "input \"ghost:-1\" names no node"},
+    {R"([{"name": "y", "type": "Relu", "input": ["x:1"]}])",
+     "asks for output 1 but node \"x\" has 1 outputs"},
     {R"([{"name": "y", "type": "Relu", "input": ["x:3"]}])",
      "asks for output 3 but node \"x\" has 1 outputs"},
     {R"([{"name": "y", "type": "Relu", "input": ["x:one"]}])", "is not of the form"},

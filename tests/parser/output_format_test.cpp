@@ -59,6 +59,15 @@ TEST(ParserOutputFormat, MarksOutputsInWalkOrder) {
       EXPECT_EQ(IntAttr(*outcome.graph, node, "inferred_format"), value) << c.what << ": " << node;
     }
   }
+  // The first output beyond the list gets the default, whatever the list's storage holds there
+  // (the options are moved in, so the storage is the one filled here).
+  tesu::ParserOptions options;
+  options.outputFormats = {tesu::TREL_FORMAT_NC1HWC0, tesu::TREL_FORMAT_NC1HWC0};
+  options.outputFormats.pop_back();
+  const auto outcome = Parse(Outputs(), std::move(options));
+  ASSERT_EQ(outcome.status, 0u);
+  EXPECT_EQ(IntAttr(*outcome.graph, "a", "inferred_format"), 3);
+  EXPECT_EQ(IntAttr(*outcome.graph, "b", "inferred_format"), 0);
 }
 
 }  // namespace
