@@ -61,7 +61,7 @@ struct Comparison {
 Comparison CompareGraphs(const GraphView& source, const GraphView* converted);
 
 // Source types whose converter builds a new node rather than editing the node in place; the
-// README's operator table says "replaced" for exactly these.
+// operator table of docs/operators.md says "replaced" for exactly these.
 bool IsReplacedByItsConverter(const std::string& sourceType);
 
 }  // namespace report
