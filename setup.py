@@ -59,4 +59,6 @@ setup(
     ext_modules=[Extension("tesu._tesu", sources=[])],
     cmdclass={"build_ext": CMakeBuild},
     zip_safe=False,
+    # Apart from the CMake build folders (build/, build-test/, ...).
+    options={"build": {"build_base": "build-python"}},
 )
