@@ -36,7 +36,9 @@ endif()
 # and for finding the plug-ins from an installed file. The prefix may change at install time
 # (cmake --install --prefix), so only relative paths are compiled in.
 function(tesu_relative var from to)
-  file(RELATIVE_PATH path /prefix/${from} /prefix/${to})
+  get_filename_component(from /prefix/${from} ABSOLUTE)
+  get_filename_component(to /prefix/${to} ABSOLUTE)
+  file(RELATIVE_PATH path ${from} ${to})
   if(path STREQUAL "")
     set(path .)
   endif()
