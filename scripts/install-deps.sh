@@ -6,8 +6,10 @@ set -euo pipefail
 packages=(cmake ninja-build g++ libprotobuf-dev protobuf-compiler nlohmann-json3-dev libcli11-dev
           libgtest-dev libgmock-dev libbenchmark-dev graphviz
           python3-dev pybind11-dev python3-numpy python3-pytest)
-# CPack's .deb: dependencies are read from the binaries with file and dpkg-shlibdeps.
-packages+=(file dpkg-dev)
+# The Debian packages (debian/, dpkg-buildpackage, lintian, the manual page from --help) and the
+# Python package's build, its virtual environment test and its type check.
+packages+=(file dpkg-dev debhelper dh-python fakeroot lintian help2man
+           python3-build python3-setuptools python3-wheel python3-venv python3-mypy)
 # The --report page: Graphviz's library for its graph pictures, and headless Chromium with
 # Selenium for the browser tests.
 packages+=(pkg-config libgraphviz-dev chromium chromium-driver python3 python3-selenium)

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "framework/model_parser.h"
-#include "graph/attr_utils.h"
-#include "graph/compute_graph.h"
-#include "graph/graph.h"
-#include "graph/op_desc.h"
-#include "log/log.h"
+#include <tesu/framework/model_parser.h>
+#include <tesu/graph/attr_utils.h>
+#include <tesu/graph/compute_graph.h>
+#include <tesu/graph/graph.h>
+#include <tesu/graph/op_desc.h>
+#include <tesu/log/log.h>
 
 namespace {
 

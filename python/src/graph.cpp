@@ -1,6 +1,7 @@
 // Graph, Node and TensorDesc: read-only views of a converted (or loaded) graph.
 #include <pybind11/stl.h>
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -160,6 +161,11 @@ class PyNode {
 
   std::string Repr() const { return "<tesu.Node " + Name() + " (" + Type() + ")>"; }
 
+  // Two Node objects are equal when they stand for the same node of the same graph.
+  bool operator==(const PyNode& other) const { return node_ == other.node_; }
+  size_t Hash() const { return std::hash<const tov::Node*>()(node_.get()); }
+  bool BelongsTo(const GraphState& graph) const { return graph_.get() == &graph; }
+
  private:
   GraphStatePtr graph_;
   tov::NodePtr node_;
@@ -246,6 +252,38 @@ py::object ToJson(const GraphStatePtr& graph) {
   return py::module_::import("json").attr("loads")(py::str(text));
 }
 
+// The methods a user calls by name. Their docstrings open with the signature in the form that
+// Python reads into __text_signature__, so that inspect.signature() and editors see parameter
+// names.
+void BindGraphMethods(py::class_<GraphState, std::shared_ptr<GraphState>>& graphClass) {
+  py::options options;
+  options.disable_function_signatures();
+  graphClass
+      .def("save", &Save, py::arg("path"), py::arg("weights") = py::none(),
+           "save($self, /, path, weights=None)\n--\n\n"
+           "Writes the graph as a binary model file, as the CLI's --output does: through a "
+           "temporary file and a rename, so `path` ends up whole or untouched. With `weights`, "
+           "a path in the folder of `path` or below it, every tensor of 1 KiB or more goes to "
+           "that weights file instead, as with the CLI's --weights. Raises OSError when it "
+           "cannot be written.")
+      .def("to_json", &ToJson,
+           "to_json($self, /)\n--\n\n"
+           "The graph as a dict, in the form of the CLI's --json output (tensor bytes left "
+           "out; a tensor read from a weights file shows its location, offset and length).")
+      .def(
+          "to_dot", [](const GraphState& graph) { return tov::ToDot(*graph.compute); },
+          "to_dot($self, /)\n--\n\n"
+          "The graph as Graphviz DOT text, as the CLI's --dot writes it.")
+      .def(
+          "op_histogram",
+          [](const GraphState& graph) {
+            const tesu::cli::OpCounts counts = tesu::cli::CountOps(*graph.compute);
+            return std::map<std::string, size_t>(counts.begin(), counts.end());
+          },
+          "op_histogram($self, /)\n--\n\n"
+          "Node count per operator type, a dict sorted by type.");
+}
+
 }  // namespace
 
 void BindGraph(py::module_& module) {
@@ -283,12 +321,16 @@ void BindGraph(py::module_& module) {
           "numpy arrays that share memory with the graph (no copy). Their dtype follows the "
           "tensor's data type (BF16 shows its raw bits as uint16) and their shape its "
           "description; data that does not match the description is shown flat.")
+      .def(
+          "__eq__", [](const PyNode& a, const PyNode& b) { return a == b; }, py::is_operator())
+      .def("__hash__", &PyNode::Hash)
       .def("__repr__", &PyNode::Repr);
 
-  py::class_<GraphState, std::shared_ptr<GraphState>>(
+  py::class_<GraphState, std::shared_ptr<GraphState>> graphClass(
       module, "Graph",
       "A converted (or loaded) graph. Iterate it or its `nodes` for the nodes in order, index it "
-      "by node name, and save or render it. The graph is read-only.")
+      "by node name, and save or render it. The graph is read-only.");
+  graphClass
       .def_property_readonly(
           "name", [](const GraphState& graph) { return graph.model.GetName(); },
           "The model's name.")
@@ -307,6 +349,10 @@ void BindGraph(py::module_& module) {
             return graph.compute->FindNode(name) != nullptr;
           },
           py::arg("name"))
+      .def(
+          "__contains__",
+          [](const GraphState& graph, const PyNode& node) { return node.BelongsTo(graph); },
+          py::arg("node"))
       .def_property_readonly(
           "inputs", [](const GraphStatePtr& graph) { return DataNodes(graph); },
           "The graph inputs: its Data nodes, in order.")
@@ -315,13 +361,6 @@ void BindGraph(py::module_& module) {
           "The graph outputs as (node name, output index) pairs, in the order that "
           "`output_format` numbers them: the requested `out_nodes`, or else every node that has "
           "inputs and feeds nothing.")
-      .def(
-          "op_histogram",
-          [](const GraphState& graph) {
-            const tesu::cli::OpCounts counts = tesu::cli::CountOps(*graph.compute);
-            return std::map<std::string, size_t>(counts.begin(), counts.end());
-          },
-          "Node count per operator type, a dict sorted by type.")
       .def_property_readonly(
           "timings",
           [](const GraphState& graph) {
@@ -330,22 +369,11 @@ void BindGraph(py::module_& module) {
             return steps;
           },
           "How long each step of the conversion took: (step, milliseconds) pairs, in order.")
-      .def("save", &Save, py::arg("path"), py::arg("weights") = py::none(),
-           "Writes the graph as a binary model file, as the CLI's --output does: through a "
-           "temporary file and a rename, so `path` ends up whole or untouched. With `weights`, "
-           "a path in the folder of `path` or below it, every tensor of 1 KiB or more goes to "
-           "that weights file instead, as with the CLI's --weights. Raises OSError when it "
-           "cannot be written.")
-      .def("to_json", &ToJson,
-           "The graph as a dict, in the form of the CLI's --json output (tensor bytes left "
-           "out; a tensor read from a weights file shows its location, offset and length).")
-      .def(
-          "to_dot", [](const GraphState& graph) { return tov::ToDot(*graph.compute); },
-          "The graph as Graphviz DOT text, as the CLI's --dot writes it.")
       .def("__repr__", [](const GraphState& graph) {
         return "<tesu.Graph " + graph.model.GetName() + " with " +
                std::to_string(graph.compute->GetNodesSize()) + " nodes>";
       });
+  BindGraphMethods(graphClass);
 }
 
 }  // namespace tesupy
