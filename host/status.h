@@ -33,6 +33,8 @@ constexpr Status FILE_WRITE_FAILED = 20;
 constexpr int kFailure = 1;
 // A command line or an argument refused before anything was read.
 constexpr int kUsageError = 2;
+// Memory ran out during the conversion; what was under way is named, and no output is left.
+constexpr int kOutOfMemory = 21;
 // A file that holds no model, found before the parser sees it: the status the graph library
 // gives a malformed model, so the exit status does not depend on who noticed.
 constexpr int kNotAModel = 13;
@@ -66,6 +68,7 @@ inline constexpr ExitStatusName kExitStatusNames[] = {
      "the parser refused the model (an unsupported operator), or a file could not be read, no "
      "parser serves the framework or an output could not be written"},
     {kUsageError, "USAGE", "the command line or an argument was refused"},
+    {kOutOfMemory, "OUT_OF_MEMORY", "memory ran out during the conversion"},
     {CONVERTER_INPUT_FAULT, "CONVERTER_INPUT_FAULT",
      "a converter refused a node's weights or inputs"},
     {10, "GRAPH_FAILED", "the graph library could not carry out an operation"},

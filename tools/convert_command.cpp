@@ -11,6 +11,8 @@
 #include "conversion_report.h"
 #include "convert/conversion.h"
 #include "convert/plugins.h"
+#include "framework/output_clash.h"
+#include "framework/pre_checker.h"
 #include "framework/profiler.h"
 #include "framework/version.h"
 #include "graph/dot_writer.h"
@@ -91,15 +93,24 @@ std::vector<OutputFile> AllOutputs(const CliOptions& options) {
 }
 
 // An output must never replace the model being read.
-bool WouldOverwriteInput(const CliOptions& options, std::ostream& err) {
-  for (const OutputFile& output : AllOutputs(options)) {
-    std::error_code ec;
-    if (std::filesystem::equivalent(options.modelFile, output.path, ec) && !ec) {
-      err << kProgram << output.flag << " " << output.path << " would overwrite the input model\n";
-      return true;
-    }
+// Refuses, before anything is read, outputs that would land on one file or on the model: one
+// of them would be lost, or the model overwritten. The check report counts, since it is written
+// whenever an operator is unsupported.
+bool OutputsClash(const CliOptions& options, std::vector<FlaggedPath> outputs, std::ostream& err) {
+  const std::string clash = FindOutputClash({"--model", options.modelFile}, outputs);
+  if (clash.empty()) return false;
+  err << kProgram << clash << "\n";
+  return true;
+}
+
+bool OutputsClash(const CliOptions& options, std::ostream& err) {
+  std::vector<FlaggedPath> outputs;
+  for (const OutputFile& output : AllOutputs(options))
+    outputs.push_back({output.flag, output.path});
+  if (!options.parser.checkReportPath.empty()) {
+    outputs.push_back({"--check_report", PreChecker::ReportFile(options.parser.checkReportPath)});
   }
-  return false;
+  return OutputsClash(options, std::move(outputs), err);
 }
 
 // Each output must be able to exist: its path names no directory and its directory exists.
@@ -159,11 +170,7 @@ int PrintVersion(const CliOptions& options, std::ostream& out, std::ostream& err
 }
 
 int DumpJson(const CliOptions& options, std::ostream& out, std::ostream& err) {
-  std::error_code ec;
-  if (std::filesystem::equivalent(options.modelFile, options.jsonFile, ec) && !ec) {
-    err << kProgram << "--json " << options.jsonFile << " would overwrite the input model\n";
-    return kUsageError;
-  }
+  if (OutputsClash(options, {{"--json", options.jsonFile}}, err)) return kUsageError;
   if (!OutputPathsUsable({{"json", "--json", options.jsonFile, {}}}, err)) return kFailure;
   const convert::Result result = convert::DumpJson(RequestOf(options, err), options.jsonFile);
   PrintWarnings(result, err);
@@ -249,7 +256,7 @@ void PrintSteps(const CliOptions& options, std::vector<Profiler::Step>& steps, s
 }
 
 int Convert(const CliOptions& options, std::ostream& out, std::ostream& err) {
-  if (WouldOverwriteInput(options, err)) return kUsageError;
+  if (OutputsClash(options, err)) return kUsageError;
   if (!OutputPathsUsable(AllOutputs(options), err)) return kFailure;
   // The report shows the same timed steps as --profile.
   if (!options.reportFile.empty()) Profiler::Enable(true);

@@ -122,8 +122,8 @@ std::shared_ptr<ModelParser> ObtainParser(const Request& request, Result& result
 // The model's bytes as the parser takes them: read from the file, or the caller's, and for a
 // parser of the host's model format checked and turned from the JSON form into the binary one.
 // A model file is mapped, not read, so the graph's tensors refer to its bytes.
-bool ReadModel(const Request& request, bool hostModel, cli::ModelBytes& mapped,
-               std::string& owned, std::string_view& bytes, Result& result) {
+bool ReadModel(const Request& request, bool hostModel, cli::ModelBytes& mapped, std::string& owned,
+               std::string_view& bytes, Result& result) {
   ProfileScope step("read model");
   std::string error;
   int failure = kFailure;

@@ -45,4 +45,17 @@ ProfileCapture::~ProfileCapture() {
   t_capture = outer_;
 }
 
+namespace {
+thread_local const char* tFailedStep = nullptr;
+}  // namespace
+
+const char* FailedStep() {
+  return tFailedStep;
+}
+
+// Unwinding passes the innermost step first; the outer ones it leaves keep that one.
+void ProfileScope::NoteFailedStep(const char* step) {
+  if (tFailedStep == nullptr) tFailedStep = step;
+}
+
 }  // namespace tesu

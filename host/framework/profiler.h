@@ -2,6 +2,7 @@
 #define TESU_FRAMEWORK_PROFILER_H
 
 #include <chrono>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -40,12 +41,21 @@ class ProfileCapture {
   ProfileCapture* outer_;
 };
 
-// Records the time from its construction to its destruction as one step.
+// The innermost step an exception left on the calling thread, for a message that says what was
+// under way when, say, memory ran out; null when none did.
+const char* FailedStep();
+
+// Records the time from its construction to its destruction as one step, and the step's name
+// when an exception leaves it (FailedStep).
 class ProfileScope {
  public:
   explicit ProfileScope(const char* name)
-      : name_(Profiler::Enabled() ? name : nullptr), start_(std::chrono::steady_clock::now()) {}
+      : step_(name),
+        name_(Profiler::Enabled() ? name : nullptr),
+        exceptions_(std::uncaught_exceptions()),
+        start_(std::chrono::steady_clock::now()) {}
   ~ProfileScope() {
+    if (std::uncaught_exceptions() > exceptions_) NoteFailedStep(step_);
     if (name_ == nullptr) return;
     const std::chrono::duration<double, std::milli> elapsed =
         std::chrono::steady_clock::now() - start_;
@@ -55,7 +65,10 @@ class ProfileScope {
   ProfileScope& operator=(const ProfileScope&) = delete;
 
  private:
+  static void NoteFailedStep(const char* step);
+  const char* step_;
   const char* name_;
+  int exceptions_;
   std::chrono::steady_clock::time_point start_;
 };
 

@@ -44,7 +44,7 @@ TEST_F(ConvertCliTest, EveryFailureNamesItsCauseAndKeepsTheInput) {
       // Another framework's model is its plug-in's to judge, so bytes that are no model of this
       // host's format still reach the parser lookup.
       {{"--model", garbage, "--output", out, "--framework", "7"}, 1, "no parser for framework 7"},
-      {{"--model", model, "--output", model}, 2, "would overwrite the input model"},
+      {{"--model", model, "--output", model}, 2, "would overwrite the model"},
       {{"--model", model, "--output", out, "--input_shape", "a:b", "--plugin-dir", Path("absent")},
        2,
        "invalid --input_shape value \"a:b\": "},
