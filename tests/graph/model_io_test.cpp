@@ -59,7 +59,8 @@ void CollectSetFields(const google::protobuf::Message& message, std::set<std::st
 }
 
 // The round trip below proves only what the fixture holds: every field of every message of the
-// format has a non-default value in it somewhere, a field added to the format included.
+// format has a non-default value in it somewhere, a field added to the format included. Side-file
+// locations need a file beside the model; their round trip is TensorBytesTest's.
 TEST(ModelIoTest, TheRoundTripFixtureSetsEveryFieldOfTheFormat) {
   tesu::proto::ModelDef source;
   ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(kEverything, &source).ok());
@@ -68,7 +69,9 @@ TEST(ModelIoTest, TheRoundTripFixtureSetsEveryFieldOfTheFormat) {
   const google::protobuf::FileDescriptor& format = *tesu::proto::ModelDef::descriptor()->file();
   for (int m = 0; m < format.message_type_count(); ++m) {
     const google::protobuf::Descriptor& type = *format.message_type(m);
+    if (&type == tesu::proto::ExternalData::descriptor()) continue;
     for (int f = 0; f < type.field_count(); ++f) {
+      if (type.field(f)->message_type() == tesu::proto::ExternalData::descriptor()) continue;
       EXPECT_EQ(set.count(type.field(f)->full_name()), 1u) << type.field(f)->full_name();
     }
   }

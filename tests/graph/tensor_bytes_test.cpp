@@ -177,6 +177,53 @@ TEST(TensorBytesTest, MappedTensorsAreSharedUntilWrittenTo) {
   EXPECT_FALSE(WeightOf(copied)->GetData().IsShared());
 }
 
+// Saved with a weights file, tensors of at least 1 KiB go to it, each at a multiple of 64 bytes,
+// every ExternalData field set where the offset is not 0, and load back byte for byte.
+TEST(TensorBytesTest, WeightsFilesTakeLargeTensorsAlignedAndLoadBack) {
+  TempDir dir;
+  ModelBuilder source;
+  const std::vector<std::pair<std::string, size_t>> tensors = {
+      {"small", 1020}, {"edge", 1024}, {"odd", 1100}, {"big", 4096}};
+  for (const auto& [name, bytes] : tensors) {
+    tesu::proto::TensorDef tensor;
+    tensor.mutable_desc()->add_shape(static_cast<int64_t>(bytes / 4));
+    std::string data(bytes, '\0');
+    for (size_t i = 0; i < bytes; ++i) data[i] = static_cast<char>(i * 7 + bytes);
+    tensor.set_data(data);
+    *(*source.Op(name, "Const")
+           .Output({static_cast<int64_t>(bytes / 4)})
+           .Def()
+           .mutable_attr())["value"]
+         .mutable_t() = tensor;
+  }
+  tov::Model original;
+  ASSERT_EQ(original.LoadFile(dir.Write("in.pb", source.Bytes())), tov::GRAPH_SUCCESS);
+  {
+    FILE* model = fopen(dir.Path("out.pb").c_str(), "wb");
+    FILE* weights = fopen(dir.Path("out.weights").c_str(), "wb");
+    ASSERT_TRUE(model != nullptr && weights != nullptr);
+    EXPECT_EQ(original.Save(fileno(model), tov::WeightsFile{fileno(weights), "out.weights"}),
+              tov::GRAPH_SUCCESS);
+    fclose(model);
+    fclose(weights);
+  }
+  tov::Model reloaded;
+  ASSERT_EQ(reloaded.LoadFile(dir.Path("out.pb")), tov::GRAPH_SUCCESS);
+  for (const auto& [name, bytes] : tensors) {
+    SCOPED_TRACE(name);
+    const tov::TensorPtr before = WeightOf(original, name);
+    const tov::TensorPtr after = WeightOf(reloaded, name);
+    ASSERT_TRUE(before != nullptr && after != nullptr);
+    EXPECT_EQ(BytesOf(*after), BytesOf(*before));
+    const tov::ExternalLocation* external = after->GetExternal();
+    ASSERT_EQ(external != nullptr, bytes >= tov::kMinExternalTensorBytes);
+    if (external == nullptr) continue;
+    EXPECT_EQ(external->location, "out.weights");
+    EXPECT_EQ(external->offset % tov::kExternalTensorAlignment, 0u);
+    EXPECT_EQ(external->length, bytes);
+  }
+}
+
 // An op's wire bytes may repeat a map entry or a field, or switch the attribute's kind after
 // its tensor; the bytes located on the wire are the ones protobuf's own parse keeps.
 TEST(TensorBytesTest, DataLocatedOnTheWireIsWhatProtobufWouldKeep) {

@@ -37,7 +37,7 @@ def test_nodes_compare_and_hash_by_the_node_they_stand_for():
 
 
 def test_graph_methods_have_signatures():
-    assert list(inspect.signature(tesu.Graph.save).parameters)[-1] == "path"
+    assert list(inspect.signature(tesu.Graph.save).parameters)[-2:] == ["path", "weights"]
     for method in ("to_json", "to_dot", "op_histogram"):
         assert "path" not in inspect.signature(getattr(tesu.Graph, method)).parameters
 
