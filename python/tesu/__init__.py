@@ -7,8 +7,8 @@
     >>> graph.save("net.host.pb")
 
 The plug-ins are the ones the ``tesu-convert`` command line loads, found in the same places:
-the ``plugin_dir`` argument, else ``$TESU_PLUGIN_DIR``, else ``bin/plugins`` of the build tree
-this package was built in. A failed conversion raises ConversionError, whose
+the ``plugin_dir`` argument, else ``$TESU_PLUGIN_DIR``, else the package's own ``plugins``
+folder (the build tree's or the installed plug-ins). A failed conversion raises ConversionError, whose
 ``status`` is the command line's exit status (ExitStatus). Log lines go to the ``logging`` logger "tesu".
 Conversions release the GIL, so threads convert models in parallel.
 """
