@@ -149,15 +149,21 @@ bool ReadModel(const Request& request, bool hostModel, cli::ModelBytes& mapped, 
   return true;
 }
 
+// The buffer a parser or the graph library loads: a mapped file carries its mapping, so that
+// tensors refer to it; the caller's bytes are handed over as they are.
+tov::BaseBuffer BufferOf(const Request& request, const cli::ModelBytes& mapped,
+                         std::string_view bytes) {
+  return request.modelBytes
+             ? tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())
+             : mapped.Buffer();
+}
+
 // Runs the parser on the bytes; the report, when there is one, reads them meanwhile.
 Status Parse(const Request& request, ModelParser& parser, ParserOptions& options,
              const cli::ModelBytes& mapped, std::string_view bytes, const OpCounts& before,
              tov::Graph& graph) {
   if (request.report != nullptr) request.report->ModelRead(bytes, before);
-  std::vector<tov::BaseBuffer> buffers{
-      !request.modelBytes
-          ? mapped.Buffer()
-          : tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())};
+  std::vector<tov::BaseBuffer> buffers{BufferOf(request, mapped, bytes)};
   const Status status = parser.ParseFromMemory(options, buffers, graph);
   if (request.report != nullptr) request.report->Parsed();
   return status;
@@ -231,10 +237,7 @@ Result Load(const Request& request) {
   std::string owned;
   std::string_view bytes;
   if (!ReadModel(request, true, mapped, owned, bytes, result)) return result;
-  const tov::BaseBuffer buffer =
-      !request.modelBytes
-          ? mapped.Buffer()
-          : tov::BaseBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  const tov::BaseBuffer buffer = BufferOf(request, mapped, bytes);
   const tov::graphStatus status = result.model.Load(buffer.data(), buffer.size());
   result.graph = tov::GraphUtils::GetComputeGraph(result.model.GetGraph());
   if (status != tov::GRAPH_SUCCESS || result.graph == nullptr) {
